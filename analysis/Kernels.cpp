@@ -1,0 +1,56 @@
+// Kernels.cpp - which twins belong to which level of the processor, and the table in force.
+#include "analysis/Kernels.h"
+
+#include <atomic>
+
+namespace vorn {
+
+namespace {
+
+constexpr AnalysisKernels PLAIN = {false, SearchMotionPlain, TryIntraPlain, TryInterPlain};
+
+#if defined(__x86_64__) || defined(__i386__)
+// A level takes over what it has no better twin for.
+constexpr AnalysisKernels WithSse2(AnalysisKernels kernels) {
+    kernels.wantsAreaSums = true;
+    kernels.searchMotion = SearchMotionSse2;
+    return kernels;
+}
+constexpr AnalysisKernels WithAvx2(AnalysisKernels kernels) {
+    kernels.searchMotion = SearchMotionAvx2;
+    kernels.tryIntra = TryIntraAvx2;
+    kernels.tryInter = TryInterAvx2;
+    return kernels;
+}
+constexpr AnalysisKernels WithAvx512(AnalysisKernels kernels) {
+    kernels.searchMotion = SearchMotionAvx512;
+    return kernels;
+}
+constexpr AnalysisKernels TABLES[CPU_LEVELS] = {PLAIN, WithSse2(PLAIN), WithAvx2(WithSse2(PLAIN)),
+                                                WithAvx512(WithAvx2(WithSse2(PLAIN)))};
+#else
+constexpr AnalysisKernels TABLES[CPU_LEVELS] = {PLAIN, PLAIN, PLAIN, PLAIN};
+#endif
+
+std::atomic<const AnalysisKernels*> chosen = nullptr; // null: nobody has asked yet
+
+} // namespace
+
+const AnalysisKernels& AnalysisKernelsOf(CpuLevel level) {
+    return TABLES[static_cast<int>(level)];
+}
+
+const AnalysisKernels& Kernels() {
+    const AnalysisKernels* table = chosen.load(std::memory_order_relaxed);
+    if (table == nullptr) {
+        table = &AnalysisKernelsOf(BestCpuLevel());
+        chosen.store(table, std::memory_order_relaxed);
+    }
+    return *table;
+}
+
+void UseKernelsOf(CpuLevel level) {
+    chosen.store(&AnalysisKernelsOf(level), std::memory_order_relaxed);
+}
+
+} // namespace vorn

@@ -1,0 +1,25 @@
+// Kernels.h - the hot operations of analysis as one table of function pointers, one table a level of the processor.
+// The plain form of each is its definition; the twins give the same results, bit for bit.
+#pragma once
+
+#include "analysis/DctKernels.h"
+#include "analysis/MotionKernels.h"
+#include "platform/CpuLevel.h"
+
+namespace vorn {
+
+struct AnalysisKernels {
+    bool wantsAreaSums; // searchMotion reads MotionTask.areas
+    SearchMotionKernel searchMotion;
+    TryIntraKernel tryIntra;
+    TryInterKernel tryInter;
+};
+
+// The table of a level; the machine must be able to run it.
+const AnalysisKernels& AnalysisKernelsOf(CpuLevel level);
+
+// The table in force: that of the best level, unless a test or a benchmark chose another while nothing else ran.
+const AnalysisKernels& Kernels();
+void UseKernelsOf(CpuLevel level);
+
+} // namespace vorn

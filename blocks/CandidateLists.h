@@ -1,0 +1,20 @@
+// CandidateLists.h - thinning lists of candidates. Entries move as a whole; what lies behind the new count is left over.
+#pragma once
+
+#include "blocks/BlockRecord.h"
+
+namespace vorn {
+
+// Reduces a list to its lower convex hull: bits rise, errors fall, slopes do not rise. Returns the new count.
+int PruneHull(BlockCandidate* list, int count);
+// Reduces a list to its staircase: bits rise strictly, errors fall strictly. Returns the new count.
+int PruneRuns(BlockCandidate* list, int count);
+// Thins a list to `limit` entries at an even spacing, first and last kept. Returns the new count.
+int LimitList(BlockCandidate* list, int count, int limit);
+
+// Stores a list in a record, `overhead` (1/256 bit) added to every entry's bits.
+void StoreList(BlockRecord* record, const BlockCandidate* list, int count, uint32_t overhead);
+// Copies a record's list out; returns its count.
+int FetchList(const BlockRecord* record, BlockCandidate* list);
+
+} // namespace vorn

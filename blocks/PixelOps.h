@@ -1,0 +1,36 @@
+// PixelOps.h - operations on packed blocks (64 samples, 8 rows of 8, no gaps) and on planes (rows `pitch` bytes apart).
+#pragma once
+
+#include <cstdint>
+
+#include "blocks/BlockRecord.h"
+
+namespace vorn {
+
+void LoadBlock(uint8_t* block, const uint8_t* plane, int pitch);
+void StoreBlock(uint8_t* plane, const uint8_t* block, int pitch);
+// out = (a - b) modulo 256, 8 rows of 8; the result reads as a signed residual.
+void DiffBlock(uint8_t* out, const uint8_t* a, const uint8_t* b, int pitchIn, int pitchOut);
+// out = (a + b) modulo 256, packed blocks.
+void AddBlock(uint8_t* out, const uint8_t* a, const uint8_t* b);
+uint32_t SadBlock(const uint8_t* a, const uint8_t* b);
+// SAD of a packed block against one colour.
+uint32_t SadColour(const uint8_t* block, int samples, int colour);
+// SAD of any two runs of samples; exact in 32 bits for up to 2^24 of them.
+uint32_t SadSamples(const uint8_t* a, const uint8_t* b, uint32_t samples);
+// Sorts ascending, in place.
+void SortBytes(uint8_t* bytes, int count);
+// Each sample of a packed block fills a 2x2 group of a 16x16 area.
+void DoubleBlock(uint8_t* plane, const uint8_t* block, int pitch);
+// Halves an area of width x height samples in each direction: each 2x2 group becomes the mean, rounded down, of its two
+// middle values. Output without gaps.
+void HalveBlock(uint8_t* out, const uint8_t* plane, int width, int height, int pitch);
+
+// The two-colour rule: the sample becomes `low` if it is strictly nearer to it, else `high`.
+inline bool IsNearerLow(int low, int high, int sample) {
+    const int toLow = low < sample ? sample - low : low - sample;
+    const int toHigh = high < sample ? sample - high : high - sample;
+    return toLow < toHigh;
+}
+
+} // namespace vorn

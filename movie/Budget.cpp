@@ -1,0 +1,141 @@
+// Budget.cpp - how many bytes may the picture of a queued frame take?
+#include "movie/Budget.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "allocation/CostModels.h"
+#include "audio/AudioTrack.h"
+#include "blocks/BlockRecord.h"
+
+namespace vorn {
+
+namespace {
+
+constexpr int SUB_TABLES = 4; // equal neighbours land in different ones and needn't wait for each other
+
+using SubTables = uint32_t[SUB_TABLES][256];
+
+void AddTables(SampleTable* table, const SubTables& parts) {
+    table->total = 0;
+    for (int i = 0; i < 256; i++) {
+        table->counts[i] = parts[0][i] + parts[1][i] + parts[2][i] + parts[3][i];
+        table->total += table->counts[i];
+    }
+}
+
+// Planes have a multiple of 64 samples.
+void CountAll(SampleTable* table, const uint8_t* plane, uint64_t samples) {
+    SubTables parts = {};
+    for (uint64_t i = 0; i < samples; i += SUB_TABLES) {
+        for (int k = 0; k < SUB_TABLES; k++) parts[k][plane[i + static_cast<uint64_t>(k)]]++;
+    }
+    AddTables(table, parts);
+}
+
+// Counts the samples that are more than 2 away from `before`.
+void CountChanged(SampleTable* table, const uint8_t* plane, const uint8_t* before, uint64_t samples) {
+    SubTables parts = {};
+    for (uint64_t i = 0; i < samples; i += 8) {
+        if (std::memcmp(plane + i, before + i, 8) == 0) continue;
+        for (uint64_t k = i; k < i + 8; k++) {
+            const int difference = plane[k] - before[k];
+            parts[k % SUB_TABLES][plane[k]] += difference > 2 || difference < -2;
+        }
+    }
+    AddTables(table, parts);
+}
+
+// `before` is null in a key frame.
+uint32_t PlaneInformation(const uint8_t* plane, const uint8_t* before, uint64_t samples) {
+    SampleTable table;
+    if (before == nullptr) {
+        CountAll(&table, plane, samples);
+    } else {
+        CountChanged(&table, plane, before, samples);
+    }
+    return EstimateEntropyBits(table);
+}
+
+uint64_t LumaSamples(const VornMakeState* state) {
+    return uint64_t{state->lumaWidth} * state->lumaHeight;
+}
+uint64_t ChromaSamples(const VornMakeState* state) {
+    return uint64_t{state->chromaWidth} * state->chromaHeight;
+}
+
+// 8x8 and 16x16 blocks of a plane.
+uint32_t CountBothSizes(uint64_t samples) {
+    return static_cast<uint32_t>(samples / HIGH_SAMPLES + samples / BLOCK_SAMPLES);
+}
+
+} // namespace
+
+uint32_t FrameWeight(const VornMakeState* state, uint32_t slot) {
+    const bool key = state->queueKey[slot] != 0;
+    const auto information = [&](uint8_t* const* queue, const uint8_t* previous, uint64_t samples) {
+        const uint8_t* before = slot > 0 ? queue[slot - 1] : previous;
+        return PlaneInformation(queue[slot], key ? nullptr : before, samples);
+    };
+    uint32_t sum = information(state->queueY, state->previousY, LumaSamples(state));
+    if ((state->flags & FLAG_GREY) == 0) {
+        sum += information(state->queueCr, state->previousCr, ChromaSamples(state));
+        sum += information(state->queueCb, state->previousCb, ChromaSamples(state));
+    }
+    if ((state->flags & FLAG_ALPHA) != 0) {
+        sum += information(state->queueAlpha, state->previousAlpha, LumaSamples(state));
+    }
+    return key ? sum * 3 / 2 : sum;
+}
+
+QueueAccount OpenAccount(const VornMakeState* state) {
+    QueueAccount account = {};
+    for (uint32_t i = 0; i < state->queueCount; i++) {
+        account.rateSum += state->queueRate[i];
+        account.weights[i] = FrameWeight(state, i);
+        account.weightSum += account.weights[i];
+    }
+    account.pool = static_cast<int32_t>(static_cast<uint32_t>(state->rateCarry) + account.rateSum);
+    return account;
+}
+
+void ChargeFrame(QueueAccount* account, VornMakeState* state, uint32_t slot, uint32_t counted) {
+    account->pool = static_cast<int32_t>(static_cast<uint32_t>(account->pool) - counted);
+    const uint32_t carry = static_cast<uint32_t>(state->rateCarry) + (state->queueRate[slot] - counted);
+    state->rateCarry = static_cast<int32_t>(carry);
+}
+
+uint32_t EstimateAudio(const VornMakeState* state, uint32_t frames) {
+    uint32_t sum = 0;
+    for (uint32_t i = 0; i < state->trackCount; i++) {
+        const AudioTrackState& track = state->tracks[i];
+        const uint64_t played = uint64_t{frames} * track.bytesPerSecond * state->rateDenominator / state->rateNumerator;
+        const uint64_t pcm = std::min<uint64_t>(played, track.pcmLeft);
+        sum += static_cast<uint32_t>(pcm * track.codedTally / track.pcmTally);
+    }
+    return sum;
+}
+
+uint32_t FrameShare(int32_t available, uint32_t weight, uint64_t weightSum, uint32_t queueCount) {
+    if (available < 0) return 0;
+    const uint32_t bytes = static_cast<uint32_t>(available);
+    if (weightSum == 0) return bytes / queueCount;
+    return static_cast<uint32_t>(uint64_t{bytes} * weight / weightSum);
+}
+
+uint32_t HoldBudget(const VornMakeState* state, uint32_t slot, uint32_t budget) {
+    const uint32_t lumaBlocks = CountBothSizes(LumaSamples(state));
+    const uint32_t chromaBlocks = CountBothSizes(ChromaSamples(state));
+    uint32_t floor = state->costY.typeBits * lumaBlocks;
+    if ((state->flags & FLAG_ALPHA) != 0) floor += state->costAlpha.typeBits * lumaBlocks;
+    if ((state->flags & FLAG_GREY) == 0) floor += (state->costCr.typeBits + state->costCb.typeBits) * chromaBlocks;
+    floor = floor * 2 / COST_UNITS_PER_BYTE;
+    return std::min(std::max({budget, state->queueRate[slot] / 10, floor}), state->queueCap[slot]);
+}
+
+int32_t ClampCarry(int32_t carry, uint32_t rateSum) {
+    const int64_t limit = rateSum;
+    return static_cast<int32_t>(std::clamp<int64_t>(carry, -limit, limit));
+}
+
+} // namespace vorn

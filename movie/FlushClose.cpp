@@ -1,0 +1,102 @@
+// FlushClose.cpp - who may use the file when, and the two calls that bring it up to date: for now, and for good.
+#include <atomic>
+#include <cstdio>
+
+#include "audio/AudioTrack.h"
+#include "movie/Movie.h"
+
+namespace vorn {
+
+namespace {
+
+// All accesses are sequentially consistent: each side announces itself, then looks for the other.
+using Counter = std::atomic_ref<uint32_t>;
+
+// Either deletes the temporary file or puts it in the place of the final one.
+void SettleNames(VornMakeState* state, bool discard) {
+    if (discard) {
+        DeleteNamedFile(state->tempName);
+        return;
+    }
+    if (DeleteNamedFile(state->finalName) != NameResult::FAILED) {
+        if (RenameNamedFile(state->finalName, state->tempName) != NameResult::DONE) {
+            ReportMessage(state->progressCallback, state, "Vorn couldn't rename the temporary file.");
+        }
+        return;
+    }
+    char text[512];
+    constexpr int FINAL_LENGTH = LONGEST_NAME;
+    std::snprintf(text, sizeof text, "Vorn couldn't overwrite, '%.*s', so the new Vorn file is called: '%.*s'.",
+                  FINAL_LENGTH, state->finalName, FINAL_LENGTH + 4, state->tempName);
+    ReportMessage(state->progressCallback, state, text);
+}
+
+// Compresses what is queued and makes the head final. If the head isn't to be had it stays as it was last written.
+void FinishMovie(VornMakeState* state) {
+    if (state->cancel == 0 && state->queueCount != 0) RunBatch(state, true);
+    if (state->failed != 0 || !TakeHeadLock(state)) return;
+    RewriteHead(state);
+    ReleaseHeadLock(state);
+    TakeFileHold(state);
+    SpoolFlush(state->file, true);
+    ReleaseFileHold(state);
+}
+
+} // namespace
+
+void TakeFileHold(VornMakeState* state) {
+    Counter(state->fileHold).fetch_add(1);
+    while (Counter(state->headLock).load() != 0) platform->sleepMilliseconds(1);
+}
+
+void ReleaseFileHold(VornMakeState* state) {
+    Counter(state->fileHold).fetch_sub(1);
+}
+
+// The lock is given up again while the caller sleeps. A file user that waits with its hold taken would otherwise keep it out,
+// and be kept out by it, up to the time limit; and threads that flush without a pause would keep the file user out for good.
+bool TakeHeadLock(VornMakeState* state) {
+    const uint32_t begin = MOKTimerRead();
+    for (;;) {
+        Counter(state->headLock).fetch_add(1);
+        if (Counter(state->fileHold).load() == 0 && Counter(state->headLock).load() == 1) return true;
+        Counter(state->headLock).fetch_sub(1);
+        if (MOKTimerRead() - begin > HEAD_LOCK_MILLISECONDS) return false; // a difference: the clock may wrap meanwhile
+        platform->sleepMilliseconds(1);
+    }
+}
+
+void ReleaseHeadLock(VornMakeState* state) {
+    Counter(state->headLock).fetch_sub(1);
+}
+
+void ReportMessage(ProgressCallback callback, void* record, const char* text) {
+    if (callback != nullptr) callback(VORN_MESSAGE, record, text);
+}
+
+} // namespace vorn
+
+using namespace vorn;
+
+uint32_t VORN_CALL VornMakeFlush(VornMakeState* state) {
+    if (state == nullptr || !TakeHeadLock(state)) return 0;
+    RewriteHead(state);
+    // Still under the lock: fileHold keeps out only those who rewrite the head, not the thread that writes frames.
+    SpoolFlush(state->file, true);
+    ReleaseHeadLock(state);
+    return 1;
+}
+
+uint64_t VORN_CALL VornMakeClose(VornMakeState* state, uint32_t abort) {
+    if (state == nullptr) return 0;
+    if (abort == 0 && state->failed == 0) FinishMovie(state);
+    for (uint32_t i = 0; i < state->trackCount; i++) mokfree(state->tracks[i].encoder);
+    TakeFileHold(state);
+    const uint64_t size = SpoolSize(state->file);
+    SpoolClose(state->file);
+    SettleNames(state, abort != 0 || state->failed != 0);
+    ReleaseFileHold(state);
+    *state = {};
+    mokfree(state);
+    return size;
+}

@@ -1,0 +1,43 @@
+// Movie.h - what the files of this folder share about a movie under construction.
+#pragma once
+
+#include <cstdint>
+
+#include "files/Container.h"
+#include "public/vornmake.h"
+
+namespace vorn {
+
+constexpr uint32_t MOVIE_BUFFER_BYTES = 0x20000;   // of the temporary file
+constexpr uint32_t LONGEST_NAME = 123;             // bytes: with ".tmp" it still fits the SpoolFile's 128
+constexpr uint32_t HEAD_LOCK_MILLISECONDS = 250;
+constexpr uint32_t FLUSH_BYTES = 200000;           // between two periodic flushes
+constexpr uint32_t FLUSH_MILLISECONDS = 60000;
+
+// fileHold and headLock keep the thread that writes frames apart from the threads that rewrite the head.
+// A holder of fileHold waits as long as a head is being rewritten; a rewriter gives up after 250 ms.
+void TakeFileHold(VornMakeState* state);
+void ReleaseFileHold(VornMakeState* state);
+bool TakeHeadLock(VornMakeState* state);
+void ReleaseHeadLock(VornMakeState* state);
+
+// Writes the whole head of a movie of 0 frames. Under fileHold.
+void WriteMovieHead(VornMakeState* state);
+// Patches sizes, track tables and index of the head in place. Under headLock.
+void RewriteHead(VornMakeState* state);
+
+// The two words that another thread reads while a movie grows: an index word is stored before the count that covers it.
+void StoreIndexWord(VornMakeState* state, uint32_t frame, uint32_t word);
+void RaiseFramesDone(VornMakeState* state);
+
+// Takes frames from the queue, gives each its budget, writes it. `final` drains the queue.
+void RunBatch(VornMakeState* state, bool final);
+
+// Fills the four planes of a queue slot from 32-bit pixels (bytes B, G, R, A), padding included.
+void ConvertFrame(uint8_t* yPlane, uint8_t* crPlane, uint8_t* cbPlane, uint8_t* alphaPlane, const uint8_t* pixels,
+                  uint32_t sourcePitch, uint32_t width, uint32_t height);
+
+// Calls the movie's callback, if it has one, with VORN_MESSAGE.
+void ReportMessage(ProgressCallback callback, void* record, const char* text);
+
+} // namespace vorn

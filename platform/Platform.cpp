@@ -1,0 +1,7 @@
+#include "platform/Platform.h"
+
+namespace vorn {
+
+constinit const Platform* platform = &SYSTEM_PLATFORM;
+
+} // namespace vorn

@@ -1,0 +1,228 @@
+// PlaneEncoderTest.cpp - whole planes: bits worked out by hand, what the cost model learns, and rooms that always suffice.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "StreamReading.h"
+#include "bitstream/PlaneEncoder.h"
+
+namespace vorn {
+namespace {
+
+// A plane with all that its encoder needs; blocks start as MODE_SKIP.
+struct Plane {
+    uint32_t width, height, columns, rows;
+    std::vector<uint8_t> source, reference, shown;
+    std::vector<BlockRecord> records;
+    std::vector<uint64_t> arena;
+    TestStream stream;
+    CostModel model = {};
+
+    Plane(uint32_t w, uint32_t h)
+        : width(w), height(h), columns(w / 8), rows(h / 8), source(w * h), reference(w * h), shown(w * h, 0xaa),
+          records(columns * rows), arena(PlaneArenaBound(w, h) / 8 + 1),
+          stream(static_cast<size_t>(PlaneStreamBound(w, h))) {}
+
+    uint32_t Encode(uint32_t outputBytes, uint64_t arenaBytes) {
+        return EncodePlane({shown.data(), stream.room.data(), outputBytes, reinterpret_cast<uint8_t*>(arena.data()),
+                            arenaBytes, records.data(), source.data(), reference.data(), width, height, &model});
+    }
+    uint32_t Encode() { return Encode(static_cast<uint32_t>(stream.room.size()), PlaneArenaBound(width, height)); }
+    BlockRecord& At(uint32_t row, uint32_t column) { return records[row * columns + column]; }
+    void Choose(uint32_t row, uint32_t column, uint32_t mode, uint32_t payload = 0) {
+        At(row, column).chosenMode = mode;
+        At(row, column).chosenPayload = payload;
+    }
+};
+
+void ExpectFlatTables(TestStream* stream, int count) {
+    for (int i = 0; i < count; i++) EXPECT_EQ(stream->Take(4), 0u) << i;
+}
+
+TEST(Planes, AllSkippedIsTablesAndCounts) {
+    Plane plane(16, 8);
+    std::mt19937 random(1);
+    for (uint8_t& sample : plane.reference) sample = static_cast<uint8_t>(random());
+    // 92 bits of tables; types: count 2 in 10 bits, 5 bits for all zero; eight counts of 0 in 10 bits each. 187 in all.
+    EXPECT_EQ(plane.Encode(), 24u);
+    EXPECT_EQ(plane.shown, plane.reference);
+    ExpectFlatTables(&plane.stream, 23);
+    EXPECT_EQ(plane.stream.Take(10), 2u);
+    EXPECT_EQ(plane.stream.Take(5), 1u);
+    while (plane.stream.at < 192) EXPECT_EQ(plane.stream.Take(1), 0u);
+}
+
+// Fill, raw, motion and a 16x16 fill, 24 wide: one row pair with a column left over.
+TEST(Planes, SmallMixHasTheBitsWorkedOutByHand) {
+    Plane plane(24, 16);
+    plane.Choose(0, 0, MODE_SCALED, 0x35);
+    plane.Choose(0, 1, MODE_FILL); // the mode of the 16x16 block
+    plane.Choose(0, 2, MODE_FILL, 0x42);
+    plane.Choose(1, 0, MODE_SCALED);
+    plane.Choose(1, 1, MODE_SCALED);
+    plane.Choose(1, 2, MODE_MOTION);
+    plane.At(1, 2).offsetX = -3;
+    plane.At(1, 2).offsetY = -8;
+    for (uint32_t i = 0; i < 24 * 16; i++) plane.reference[i] = static_cast<uint8_t>(i);
+    const uint32_t bytes = plane.Encode();
+    for (uint32_t y = 0; y < 16; y++) {
+        for (uint32_t x = 0; x < 24; x++) {
+            const int expected = x < 16 ? 0x35 : y < 8 ? 0x42 : plane.reference[(y - 8) * 24 + x - 3];
+            ASSERT_EQ(plane.shown[y * 24 + x], expected) << x << ' ' << y;
+        }
+    }
+    TestStream* in = &plane.stream;
+    ExpectFlatTables(in, 23);
+    EXPECT_EQ(in->Take(10), 4u); // types 1 6 1 2
+    EXPECT_EQ(in->Take(1), 0u);
+    EXPECT_EQ(in->Take(16), 0x2161u);
+    EXPECT_EQ(in->Take(10), 1u); // half width holds one 16x16 block
+    EXPECT_EQ(in->Take(1), 0u);
+    EXPECT_EQ(in->Take(4), 6u);
+    EXPECT_EQ(in->Take(10), 2u); // 704 bits long
+    EXPECT_EQ(in->Take(1), 0u);
+    EXPECT_EQ(in->Take(16), 0x2453u); // high nibble first
+    EXPECT_EQ(in->Take(10), 0u);      // patterns
+    EXPECT_EQ(in->Take(10), 1u);
+    EXPECT_EQ(in->Take(6), 0x26u); // 0, symbol 3, negative
+    EXPECT_EQ(in->Take(10), 1u);
+    EXPECT_EQ(in->Take(6), 0x30u);
+    EXPECT_EQ(in->Take(30), 0u); // no DC, no runs
+    EXPECT_EQ(bytes, (in->at + 31) / 32 * 4);
+}
+
+// A bundle whose only chunk is used up says so once, in the next row, and never again.
+TEST(Planes, EndedBundlesSendOneCount) {
+    Plane plane(8, 24);
+    plane.Choose(0, 0, MODE_RAW);
+    for (uint8_t& sample : plane.source) sample = 0x77;
+    plane.Encode();
+    std::vector<TestCode> codes;
+    for (int i = 0; i < 23; i++) codes.push_back(ReadTable(&plane.stream));
+    EXPECT_EQ(plane.stream.Take(10), 3u);
+    EXPECT_EQ(plane.stream.Take(1), 0u);
+    EXPECT_EQ(ReadSymbol(&plane.stream, codes[0]), 9u);
+    EXPECT_EQ(ReadSymbol(&plane.stream, codes[0]), 0u);
+    EXPECT_EQ(ReadSymbol(&plane.stream, codes[0]), 0u);
+    EXPECT_EQ(plane.stream.Take(9), 0u);
+    EXPECT_EQ(plane.stream.Take(10), 64u);
+    EXPECT_EQ(plane.stream.Take(1), 1u); // all the same
+    EXPECT_EQ(ReadSymbol(&plane.stream, codes[2]), 7u);
+    EXPECT_EQ(ReadSymbol(&plane.stream, codes[18]), 7u);
+    EXPECT_EQ(plane.stream.Take(30), 0u); // patterns to runs
+    EXPECT_EQ(plane.stream.Take(30), 0u);
+    EXPECT_EQ(plane.stream.Take(10), 0u); // second row: colours have ended
+    const uint32_t rest = (32 - plane.stream.at % 32) % 32;
+    EXPECT_EQ(plane.stream.Take(rest), 0u);
+    EXPECT_EQ(plane.Encode(), plane.stream.at / 8);
+}
+
+// More than ten elements replace the newest history slot, ten leave it.
+TEST(Planes, TotalsReachTheCostModel) {
+    for (const uint32_t blocks : {10u, 11u}) {
+        Plane plane(8 * blocks, 8);
+        plane.model.colourCount = 1;
+        for (uint32_t i = 0; i < blocks; i++) plane.Choose(0, i, MODE_FILL, 0x55);
+        plane.Encode();
+        const bool learned = blocks == 11;
+        EXPECT_EQ(plane.model.type.denominator[0], learned ? 12u : 0u);
+        EXPECT_EQ(plane.model.colourCount, learned ? 12u : 1u);
+        EXPECT_EQ(plane.model.colourFeedback > 0, learned);
+        EXPECT_EQ(plane.model.motion.denominator[0], 0u);
+    }
+    // 32 blocks side by side: offsets count pairs, patterns blocks. All bits are those of flat codes.
+    Plane plane(256, 8);
+    for (uint32_t i = 0; i < 32; i++) {
+        plane.Choose(0, i, i < 16 ? MODE_MOTION : MODE_PATTERN, 200 * 256 + 100);
+        plane.At(0, i).offsetX = static_cast<int8_t>(i % 2);
+    }
+    plane.Encode();
+    EXPECT_EQ(plane.model.motion.denominator[0], 17u);
+    EXPECT_EQ(plane.model.pattern.denominator[0], 17u);
+    EXPECT_EQ(plane.model.pattern.denominator[1], 0u);
+    EXPECT_EQ(plane.model.run.denominator[0], 0u);
+    EXPECT_GT(plane.model.motion.numerator[0], 2u * 10 + 5); // two counts and an all-zero chunk at least
+}
+
+// A random legal mode for every block, drawn from `modes`, with every payload and offset; 16x16 blocks among them if
+// `scaled`.
+void ChooseAnything(Plane* plane, const std::vector<uint32_t>& modes, bool scaled, std::mt19937* random) {
+    auto choose = [&](uint32_t row, uint32_t column, uint32_t mode) {
+        const auto any = static_cast<uint32_t>((*random)());
+        const bool dct = mode == MODE_INTRA || mode == MODE_INTER;
+        plane->Choose(row, column, mode, dct ? any % 3 : mode == MODE_RESIDUE ? 127 - any % 2 : any & 0xffff);
+        BlockRecord& record = plane->At(row, column);
+        const auto x = static_cast<int>(column) * 8;
+        const auto y = static_cast<int>(row) * 8;
+        record.offsetX = static_cast<int8_t>(
+            RandomInt(random, std::max(-15, -x), std::min(15, static_cast<int>(plane->width) - 8 - x)));
+        record.offsetY = static_cast<int8_t>(
+            RandomInt(random, std::max(-15, -y), std::min(15, static_cast<int>(plane->height) - 8 - y)));
+    };
+    for (uint32_t row = 0; row < plane->rows; row++)
+        for (uint32_t column = 0; column < plane->columns; column++)
+            choose(row, column, modes[(*random)() % modes.size()]);
+    const uint32_t highModes[] = {MODE_RUN, MODE_INTRA, MODE_FILL, MODE_PATTERN, MODE_RAW};
+    for (uint32_t row = 0; scaled && row + 1 < plane->rows; row += 2) {
+        for (uint32_t column = 0; column + 1 < plane->columns; column += 2) {
+            if ((*random)() % 3 == 0) continue;
+            const uint32_t mode = highModes[(*random)() % 5];
+            choose(row, column, mode);
+            plane->At(row, column).chosenMode = MODE_SCALED;
+            plane->Choose(row, column + 1, mode);
+            plane->Choose(row + 1, column, MODE_SCALED);
+            plane->Choose(row + 1, column + 1, MODE_SCALED);
+        }
+    }
+}
+
+// Noise of full-range samples, the dearest picture there is, in any mix of modes: the promised rooms suffice, and with
+// less room the encoder says 0 and keeps inside.
+TEST(Planes, StayWithinTheirBounds) {
+    std::mt19937 random(99);
+    const std::vector<std::vector<uint32_t>> mixes = {{0, 2, 3, 4, 5, 6, 7, 8, 9},
+                                                      {MODE_RAW},
+                                                      {MODE_RUN},
+                                                      {MODE_RESIDUE},
+                                                      {MODE_INTER},
+                                                      {MODE_INTRA},
+                                                      {2, 6},
+                                                      {MODE_RAW, MODE_INTER, 0, 0, 0, 0, 0, 0}};
+    const uint32_t sizes[][2] = {{8, 8}, {8, 72}, {24, 40}, {64, 64}, {136, 24}, {520, 16}};
+    for (const auto& size : sizes) {
+        for (size_t mix = 0; mix < mixes.size() * 2; mix++) {
+            SCOPED_TRACE(std::to_string(size[0]) + " mix " + std::to_string(mix));
+            Plane plane(size[0], size[1]);
+            for (uint8_t& sample : plane.source) sample = static_cast<uint8_t>(mix % 3 ? random() : random() % 2 * 255);
+            for (uint8_t& sample : plane.reference)
+                sample = static_cast<uint8_t>(mix % 3 ? random() : random() % 2 * 255);
+            ChooseAnything(&plane, mixes[mix / 2], mix % 2 != 0, &random);
+            const uint32_t bytes = plane.Encode();
+            ASSERT_GT(bytes, 0u);
+            ASSERT_EQ(bytes % 4, 0u);
+            const std::vector<uint8_t> stream(plane.stream.room.begin(), plane.stream.room.begin() + bytes);
+            for (const uint32_t less : {4u, bytes / 2, bytes - 8}) {
+                std::fill(plane.stream.room.begin(), plane.stream.room.end(), uint8_t{0xcc});
+                ASSERT_EQ(plane.Encode(bytes - less, PlaneArenaBound(size[0], size[1])), 0u) << less;
+                ASSERT_TRUE(std::all_of(plane.stream.room.begin() + (bytes - less), plane.stream.room.end(),
+                                        [](uint8_t byte) { return byte == 0xcc; }));
+            }
+            ASSERT_EQ(plane.Encode(bytes, PlaneArenaBound(size[0], size[1])), bytes);
+            ASSERT_TRUE(std::equal(stream.begin(), stream.end(), plane.stream.room.begin()));
+            ASSERT_EQ(plane.Encode(bytes, 0), 0u);
+            ASSERT_EQ(plane.Encode(bytes, 4000), 0u); // not even the first chunks
+        }
+    }
+}
+
+// What the callers count on: under 2 bytes a sample and a little, and some 4 bytes a sample to work in.
+TEST(Planes, BoundsAreModest) {
+    EXPECT_LE(PlaneStreamBound(640, 480), 640u * 480 * 2);
+    EXPECT_LE(PlaneStreamBound(8, 8), 1024u);
+    EXPECT_LE(PlaneArenaBound(640, 480), 640u * 480 * 9 / 2);
+    EXPECT_LE(PlaneArenaBound(8, 8), 10u * 1024);
+}
+
+} // namespace
+} // namespace vorn

@@ -1,0 +1,166 @@
+// TransformsTest.cpp - the transforms against a plain double DCT, and exact numbers worked out by hand.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <random>
+
+#include "bitstream/Transforms.h"
+
+namespace vorn {
+namespace {
+
+// Weights of the intra quantisers, row by row.
+const int INTRA_WEIGHTS[64] = {16, 16, 16, 19, 16, 19, 22, 22, 22, 22, 26, 24, 26, 22, 22, 27, 27, 27, 26, 26, 26, 29,
+                               29, 29, 27, 27, 27, 26, 34, 34, 34, 29, 29, 29, 27, 27, 37, 34, 34, 32, 32, 29, 29, 38,
+                               37, 35, 35, 34, 35, 40, 40, 40, 38, 38, 48, 48, 46, 46, 58, 56, 56, 69, 69, 83};
+
+double Basis(int frequency, int place) {
+    const double scale = frequency == 0 ? std::sqrt(0.125) : 0.5;
+    return scale * std::cos((2 * place + 1) * frequency * std::acos(-1.0) / 16);
+}
+
+double PlainDct(const int* samples, int row, int column) {
+    double sum = 0;
+    for (int y = 0; y < 8; y++)
+        for (int x = 0; x < 8; x++) sum += samples[8 * y + x] * Basis(row, y) * Basis(column, x);
+    return sum;
+}
+
+// Fills with noise around a gradient; steep enough to use the range, not so steep that products wrap.
+void MakeSamples(int* samples, int low, int high, std::mt19937* random) {
+    const int noise = static_cast<int>((*random)() % 100);
+    const int slopeX = static_cast<int>((*random)() % 13) - 6;
+    const int slopeY = static_cast<int>((*random)() % 13) - 6;
+    for (int i = 0; i < 64; i++) {
+        const int value = (low + high) / 2 + slopeX * (i % 8 - 4) + slopeY * (i / 8 - 4) +
+                          static_cast<int>((*random)() % static_cast<uint32_t>(noise + 1)) - noise / 2;
+        samples[i] = std::min(high, std::max(low, value));
+    }
+}
+
+// 16 * f / weight at the finest quantiser, to within the rounding and what the 11-bit factors lose.
+TEST(Transforms, FollowThePlainDct) {
+    std::mt19937 random(1);
+    for (int round = 0; round < 200; round++) {
+        int samples[64];
+        const bool isSigned = round % 2 != 0;
+        MakeSamples(samples, isSigned ? -128 : 0, isSigned ? 127 : 255, &random);
+        uint8_t block[64];
+        for (int i = 0; i < 64; i++) block[i] = static_cast<uint8_t>(samples[i]);
+        int32_t coefficients[64];
+        int16_t quantised[64];
+        if (isSigned)
+            ForwardTransformSigned(coefficients, reinterpret_cast<const int8_t*>(block));
+        else
+            ForwardTransform(coefficients, block);
+        QuantiseIntra(quantised, coefficients, 0);
+        for (int i = 0; i < 64; i++) {
+            const double plain = 16 * PlainDct(samples, i / 8, i % 8) / INTRA_WEIGHTS[i];
+            ASSERT_NEAR(quantised[i], plain, 1.0) << "round " << round << " coefficient " << i;
+        }
+    }
+}
+
+// Forward, quantise, inverse: a sample is off by no more than the quantiser's step allows.
+TEST(Transforms, RoundTripWithinTheQuantisersStep) {
+    std::mt19937 random(2);
+    for (int round = 0; round < 100; round++) {
+        int samples[64];
+        MakeSamples(samples, 60, 195, &random);
+        uint8_t block[64];
+        for (int i = 0; i < 64; i++) block[i] = static_cast<uint8_t>(samples[i]);
+        for (const bool inter : {false, true}) {
+            int32_t coefficients[64];
+            int16_t quantised[64];
+            uint8_t shown[8 * 11];
+            std::memset(shown, 0xaa, sizeof shown);
+            ForwardTransform(coefficients, block);
+            (inter ? QuantiseInter : QuantiseIntra)(quantised, coefficients, 0);
+            (inter ? InverseInter : InverseIntra)(shown, 11, quantised, 0);
+            for (int i = 0; i < 64; i++) ASSERT_NEAR(shown[i / 8 * 11 + i % 8], samples[i], 7) << round;
+            for (int row = 0; row < 8; row++)
+                for (int i = 8; i < 11; i++) ASSERT_EQ(shown[row * 11 + i], 0xaa);
+        }
+    }
+}
+
+TEST(Transforms, FlatBlocksAreExact) {
+    uint8_t block[64];
+    std::memset(block, 128, 64);
+    int32_t coefficients[64];
+    int16_t quantised[64];
+    ForwardTransform(coefficients, block);
+    EXPECT_EQ(coefficients[0], 128 * 8 * 256 * 8);
+    for (int i = 1; i < 64; i++) EXPECT_EQ(coefficients[i], 0);
+    QuantiseIntra(quantised, coefficients, 0);
+    EXPECT_EQ(quantised[0], 1024);
+    std::memset(block, 0xff, 64);
+    ForwardTransformSigned(coefficients, reinterpret_cast<const int8_t*>(block));
+    EXPECT_EQ(coefficients[0], -8 * 256 * 8);
+    QuantiseInter(quantised, coefficients, 0);
+    EXPECT_EQ(quantised[0], -8);
+    // The one value that the stream has no room for.
+    std::memset(block, 0x80, 64);
+    ForwardTransformSigned(coefficients, reinterpret_cast<const int8_t*>(block));
+    QuantiseInter(quantised, coefficients, 0);
+    EXPECT_EQ(quantised[0], -1023);
+    QuantiseIntra(quantised, coefficients, 0);
+    EXPECT_EQ(quantised[0], -1024);
+}
+
+TEST(Transforms, LoneDcFillsTheBlockAndWraps) {
+    for (const int dc : {1024, 2047, 3, 4, -1, -4, -5, 0}) {
+        int16_t quantised[64] = {};
+        quantised[0] = static_cast<int16_t>(dc);
+        uint8_t shown[64];
+        InverseIntra(shown, 8, quantised, 0);
+        // Eighths, rounded with halves down; 256 wraps to 0.
+        const auto expected = static_cast<uint8_t>(static_cast<int>(std::ceil(dc / 8.0 - 0.5)));
+        for (int i = 0; i < 64; i++) ASSERT_EQ(shown[i], expected) << dc;
+    }
+}
+
+// An exact half rounds down: DC inter 524288 * f / 2^30 = n + 1/2 at f = 2048 n + 1024.
+TEST(Transforms, QuantisersRoundHalvesDown) {
+    for (const int n : {-3, -1, 0, 2}) {
+        int32_t coefficients[64] = {2048 * n + 1024};
+        int16_t quantised[64];
+        QuantiseIntra(quantised, coefficients, 0);
+        EXPECT_EQ(quantised[0], n);
+        coefficients[0]++;
+        QuantiseIntra(quantised, coefficients, 0);
+        EXPECT_EQ(quantised[0], n + 1);
+    }
+    int32_t coefficients[64] = {};
+    int16_t intra[64];
+    int16_t inter[64];
+    coefficients[4] = 18 * 2048; // weights 16 and 18
+    QuantiseIntra(intra, coefficients, 0);
+    QuantiseInter(inter, coefficients, 0);
+    EXPECT_EQ(intra[4], 18);
+    EXPECT_EQ(inter[4], 16);
+}
+
+// Rows 0 and 1 at 255, rows 6 and 7 at 0: the column pass takes 2676 times o2 = t6 + t7 = 1044480, which is 2795028480 and
+// wraps to -1499938816. All of the block is flat along its rows, so column 0 holds everything.
+TEST(Transforms, ProductsWrapInTheColumnPass) {
+    uint8_t block[64] = {};
+    std::memset(block, 255, 16);
+    std::memset(block + 16, 100, 32);
+    int32_t coefficients[64];
+    ForwardTransform(coefficients, block);
+    // After the row pass x0 = x1 = 522240, x2 to x5 = 204800, x6 = x7 = 0; all products of the odd part divide evenly:
+    // z5 = -399840, z2 = z5, z4 = -732392 + z5, z3 = 369240, u = 891480, v = 153000.
+    EXPECT_EQ(coefficients[8], 891480 - 1132232);
+    EXPECT_EQ(coefficients[56], 891480 + 1132232);
+    EXPECT_EQ(coefficients[40], 153000 - 399840);
+    EXPECT_EQ(coefficients[24], 153000 + 399840);
+    for (int i = 0; i < 64; i++) {
+        if (i % 8 == 0) continue;
+        EXPECT_EQ(coefficients[i], 0) << i;
+    }
+}
+
+} // namespace
+} // namespace vorn

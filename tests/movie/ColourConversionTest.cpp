@@ -1,0 +1,126 @@
+// ColourConversionTest.cpp - samples of known colours, the edges of odd sizes, and a slow formula over random pictures.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <vector>
+
+#include "movie/Movie.h"
+
+using namespace vorn;
+
+namespace {
+
+uint32_t Rounded(uint32_t samples) {
+    return (samples + 7) / 8 * 8;
+}
+
+struct Picture {
+    uint32_t width, height, pitch;
+    std::vector<uint8_t> pixels;
+
+    Picture(uint32_t w, uint32_t h, uint32_t extra = 0) : width(w), height(h), pitch(w * 4 + extra) {
+        pixels.resize(size_t{pitch} * h);
+    }
+    void Fill(uint8_t red, uint8_t green, uint8_t blue, uint8_t alpha) {
+        for (uint32_t y = 0; y < height; y++) {
+            for (uint32_t x = 0; x < width; x++) {
+                const uint8_t bytes[] = {blue, green, red, alpha};
+                std::copy(bytes, bytes + 4, &pixels[size_t{y} * pitch + x * 4]);
+            }
+        }
+    }
+    int At(uint32_t x, uint32_t y, uint32_t byte) const {
+        return pixels[size_t{std::min(y, height - 1)} * pitch + std::min(x, width - 1) * 4 + byte];
+    }
+};
+
+struct Planes {
+    std::vector<uint8_t> y, cr, cb, alpha;
+};
+
+// Planes end in a guard that conversion must leave alone.
+constexpr size_t GUARD = 16;
+
+Planes Convert(const Picture& picture) {
+    const size_t luma = size_t{Rounded(picture.width)} * Rounded(picture.height);
+    const size_t chroma = size_t{Rounded((picture.width + 1) / 2)} * Rounded((picture.height + 1) / 2);
+    Planes planes;
+    planes.y.assign(luma + GUARD, 0xee);
+    planes.alpha = planes.y;
+    planes.cr.assign(chroma + GUARD, 0xee);
+    planes.cb = planes.cr;
+    ConvertFrame(planes.y.data(), planes.cr.data(), planes.cb.data(), planes.alpha.data(), picture.pixels.data(),
+                 picture.pitch, picture.width, picture.height);
+    for (std::vector<uint8_t>* plane : {&planes.y, &planes.cr, &planes.cb, &planes.alpha}) {
+        EXPECT_EQ(std::count(plane->end() - GUARD, plane->end(), 0xee), std::ptrdiff_t{GUARD});
+        plane->resize(plane->size() - GUARD);
+    }
+    return planes;
+}
+
+// Sample by sample: a position beyond the picture proper takes the nearest sample inside it.
+Planes SlowConvert(const Picture& picture) {
+    Planes planes;
+    for (uint32_t y = 0; y < Rounded(picture.height); y++) {
+        for (uint32_t x = 0; x < Rounded(picture.width); x++) {
+            const int sum = 263 * picture.At(x, y, 2) + 516 * picture.At(x, y, 1) + 100 * picture.At(x, y, 0);
+            planes.y.push_back(static_cast<uint8_t>(sum / 1024 + 16));
+            planes.alpha.push_back(static_cast<uint8_t>(picture.At(x, y, 3)));
+        }
+    }
+    const uint32_t chromaWidth = (picture.width + 1) / 2, chromaHeight = (picture.height + 1) / 2;
+    for (uint32_t row = 0; row < Rounded(chromaHeight); row++) {
+        for (uint32_t column = 0; column < Rounded(chromaWidth); column++) {
+            const uint32_t x = 2 * std::min(column, chromaWidth - 1), y = 2 * std::min(row, chromaHeight - 1);
+            int sum[3];
+            for (uint32_t c = 0; c < 3; c++) {
+                sum[c] = picture.At(x, y, c) + picture.At(x + 1, y, c) + picture.At(x, y + 1, c) +
+                         picture.At(x + 1, y + 1, c);
+            }
+            planes.cr.push_back(static_cast<uint8_t>((450 * sum[2] - 377 * sum[1] - 73 * sum[0]) / 4096 + 128));
+            planes.cb.push_back(static_cast<uint8_t>((450 * sum[0] - 298 * sum[1] - 152 * sum[2]) / 4096 + 128));
+        }
+    }
+    return planes;
+}
+
+} // namespace
+
+TEST(ColourConversion, KnownColours) {
+    const struct {
+        uint8_t red, green, blue, y, cr, cb;
+    } cases[] = {
+        {0, 0, 0, 16, 128, 128},  {255, 255, 255, 234, 128, 128},
+        {255, 0, 0, 81, 240, 91}, // -37.8 becomes -37: towards zero
+        {0, 255, 0, 144, 35, 54}, {0, 0, 255, 40, 110, 240},
+    };
+    for (const auto& c : cases) {
+        Picture picture(1, 1); // every sample of the 8x8 planes is the same
+        picture.Fill(c.red, c.green, c.blue, 99);
+        const Planes planes = Convert(picture);
+        EXPECT_EQ(planes.y, std::vector<uint8_t>(64, c.y));
+        EXPECT_EQ(planes.cr, std::vector<uint8_t>(64, c.cr));
+        EXPECT_EQ(planes.cb, std::vector<uint8_t>(64, c.cb));
+        EXPECT_EQ(planes.alpha, std::vector<uint8_t>(64, 99));
+    }
+}
+
+TEST(ColourConversion, EqualsSlowFormula) {
+    std::mt19937 random(11);
+    const uint32_t sides[] = {1, 2, 5, 7, 8, 9, 15, 16, 17, 31, 33};
+    for (const uint32_t width : sides) {
+        for (const uint32_t height : sides) {
+            Picture picture(width, height, width % 3 * 5);
+            const bool extremes = random() % 2 != 0;
+            for (uint8_t& byte : picture.pixels) {
+                byte = static_cast<uint8_t>(extremes ? (random() % 2) * 255 : random());
+            }
+            const Planes fast = Convert(picture), slow = SlowConvert(picture);
+            EXPECT_EQ(fast.y, slow.y) << width << "x" << height;
+            EXPECT_EQ(fast.cr, slow.cr) << width << "x" << height;
+            EXPECT_EQ(fast.cb, slow.cb) << width << "x" << height;
+            EXPECT_EQ(fast.alpha, slow.alpha) << width << "x" << height;
+        }
+    }
+}

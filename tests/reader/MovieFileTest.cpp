@@ -1,0 +1,154 @@
+// MovieFileTest.cpp - the file around the coded data: rules of the head, frames, movies inside files and half-written ones.
+#include <cstdlib>
+
+#include <gtest/gtest.h>
+
+#include "tests/reader/Examples.h"
+
+namespace vorn::reader {
+namespace {
+
+struct Checked {
+    bool readable;
+    Movie movie;
+    Violations violations;
+};
+Checked Check(const std::vector<uint8_t>& bytes, const MovieOptions& options = {}) {
+    Checked result;
+    result.readable = ParseMovie(bytes, options, &result.movie, &result.violations) &&
+                      VerifyMovie(result.movie, {}, &result.violations);
+    return result;
+}
+
+TEST(MovieFile, PlanesByFlags) {
+    for (const uint32_t flags : {0u, MOVIE_FLAG_GREY, MOVIE_FLAG_ALPHA, MOVIE_FLAG_GREY | MOVIE_FLAG_ALPHA}) {
+        const Checked checked = Check(ExampleMovie(3, 5, flags));
+        EXPECT_TRUE(checked.readable);
+        EXPECT_EQ(AllLines(checked.violations), "");
+        MovieDecoder decoder;
+        for (uint32_t i = 0; i < 3; i++) {
+            Frame frame;
+            Violations none;
+            ASSERT_TRUE(ReadFrame(checked.movie, i, &frame, &none));
+            EXPECT_TRUE(frame.key);
+            ASSERT_TRUE(DecodeFrame(checked.movie, frame, &decoder, &none));
+            for (int plane = 0; plane < PLANES; plane++) {
+                const std::vector<uint8_t> expected(MovieHasPlane(checked.movie, plane) ? 64 : 0, uint8_t(16 + i));
+                EXPECT_EQ(decoder.planes[plane].samples, expected) << PlaneName(plane);
+            }
+        }
+    }
+    EXPECT_EQ(AllLines(Check(ExampleMovie(0, 4, 0)).violations), "");
+}
+
+// Each rule of the head, broken alone. Offsets of words: frame 0 at 48 + 4 * 5 = 68, index from 44.
+TEST(MovieFile, RulesOfTheHead) {
+    struct Case {
+        size_t offset;
+        uint32_t word;
+        bool readable;
+        Severity severity;
+        std::string words;
+    };
+    const std::vector<uint8_t> good = ExampleMovie(3, 5, MOVIE_FLAG_GREY);
+    const uint32_t frameBytes = uint32_t(good.size() - 68) / 3;
+    const Case cases[] = {
+        {0, 0x654e5256, false, SEVERITY_ERROR, "isn't a Vorn movie"},
+        {0, 0x664e5256, true, SEVERITY_HABIT, "older version"},
+        {4, 1, true, SEVERITY_ERROR, "The header tells of 9 bytes"},
+        {8, 2, true, SEVERITY_ERROR, "bytes follow the last frame"},
+        {8, 6, false, SEVERITY_ERROR, "more frames than its index holds"},
+        {12, 1, true, SEVERITY_ERROR, "largest frame"},
+        {16, 0xffffffff, false, SEVERITY_ERROR, "too short for 0 tracks"},
+        {20, 0, false, SEVERITY_ERROR, "A picture of 0 x 8"},
+        {24, 0xffffffff, false, SEVERITY_ERROR, "can't be read"},
+        {24, 1000000, false, SEVERITY_ERROR, "too short for a plane of 8 x 1000000"},
+        {28, 0, true, SEVERITY_ERROR, "frame rate is 0"},
+        {32, 5, true, SEVERITY_HABIT, "lowest terms"},
+        {36, MOVIE_FLAG_GREY | 1, true, SEVERITY_ERROR, "no meaning"},
+        {40, 0xffffffff, false, SEVERITY_ERROR, "too short for 4294967295 tracks"},
+        {44, 72 | 1, false, SEVERITY_ERROR, ""}, // the first frame's difference is 4 short, and the offset wrong
+        {48, 68 | 1, false, SEVERITY_ERROR, "doesn't rise at frame 0"},
+        {56, 68 + 3 * frameBytes + 4, false, SEVERITY_ERROR, "Frame 2 reaches beyond"},
+        {56, 68 + 3 * frameBytes + 1, true, SEVERITY_ERROR, "end word has a key bit"},
+        {64, 2, true, SEVERITY_ERROR, "Word 5 of the index"},
+    };
+    for (const Case& example : cases) {
+        std::vector<uint8_t> bytes = good;
+        SetWord(&bytes, example.offset, example.word);
+        const Checked checked = Check(bytes);
+        EXPECT_EQ(checked.readable, example.readable) << example.words;
+        EXPECT_TRUE(Tells(checked.violations, example.severity, example.words)) << example.words << "\n"
+                                                                                << AllLines(checked.violations);
+    }
+}
+
+TEST(MovieFile, SizesOfPlanes) {
+    std::vector<uint8_t> bytes = ExampleMovie(1, 1, MOVIE_FLAG_GREY);
+    const uint32_t size = uint32_t(bytes.size()) - 52;
+    for (const uint32_t wrong : {0u, 3u, size + 4, 0xffffffffu}) {
+        SetWord(&bytes, 52, wrong);
+        EXPECT_TRUE(Tells(Check(bytes).violations, SEVERITY_ERROR, "plane Y: A plane size of")) << wrong;
+    }
+    SetWord(&bytes, 52, size - 4);
+    const Checked cut = Check(bytes);
+    EXPECT_FALSE(cut.readable);
+    EXPECT_TRUE(Tells(cut.violations, SEVERITY_ERROR, "4 bytes follow the last plane"));
+}
+
+TEST(MovieFile, MovieInsideAFile) {
+    std::vector<uint8_t> bytes(4096, 0xee);
+    const std::vector<uint8_t> movie = ExampleMovie(2, 2, 0);
+    bytes.insert(bytes.end(), movie.begin(), movie.end());
+    bytes.insert(bytes.end(), 100, 0xee);
+    MovieOptions options;
+    options.offset = 4096;
+    EXPECT_EQ(AllLines(Check(bytes, options).violations), "");
+    options.offset = bytes.size() + 1;
+    EXPECT_FALSE(Check(bytes, options).readable);
+}
+
+// A flushed movie: more packets follow than are counted, and the next frame's key bit stands on the end word.
+TEST(MovieFile, GrowingMovie) {
+    std::vector<uint8_t> bytes = ExampleMovie(3, 5, 0);
+    SetWord(&bytes, 8, 2);
+    SetWord(&bytes, 56, 0);
+    bytes[52] |= 1;
+    MovieOptions options;
+    EXPECT_GE(Check(bytes, options).violations.errors, 3u);
+    options.growing = true;
+    const Checked checked = Check(bytes, options);
+    EXPECT_TRUE(checked.readable);
+    EXPECT_EQ(AllLines(checked.violations), "");
+}
+
+// Every truncation and every turned bit of a movie with a track: an answer, and an error wherever it is a refusal.
+TEST(MovieFile, DamageIsTold) {
+    std::vector<uint8_t> packet(88, 0);
+    SetWord(&packet, 0, 960);
+    const std::vector<uint8_t> good = ExampleMovie(2, 3, MOVIE_FLAG_ALPHA, {{5, 8000 | 1u << 28, {packet, {}}}});
+    for (size_t size = 0; size < good.size(); size++) {
+        const Checked checked = Check({good.begin(), good.begin() + std::ptrdiff_t(size)});
+        EXPECT_FALSE(checked.readable);
+        EXPECT_GT(checked.violations.errors, 0u);
+    }
+    for (size_t bit = 0; bit < good.size() * 8; bit++) {
+        std::vector<uint8_t> bytes = good;
+        bytes[bit / 8] ^= uint8_t(1u << bit % 8);
+        const Checked checked = Check(bytes);
+        EXPECT_TRUE(checked.readable || checked.violations.errors > 0) << bit;
+    }
+}
+
+TEST(MovieFile, LongListsOfViolationsAreCut) {
+    Violations violations;
+    violations.room = 3;
+    for (int i = 0; i < 10; i++) AddViolation(&violations, {SEVERITY_HABIT});
+    AddViolation(&violations, {SEVERITY_ERROR});
+    EXPECT_EQ(violations.habits, 10u);
+    EXPECT_EQ(violations.list.size(), 4u); // the error finds a place
+    EXPECT_EQ(violations.list.back().severity, SEVERITY_ERROR);
+}
+
+} // namespace
+} // namespace vorn::reader

@@ -1,0 +1,92 @@
+// Commands.h - the commands of `vorn`, each with the record that its arguments fill. Each returns an exit code or throws a
+// Failure.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tools/Input.h"
+
+namespace vorn {
+
+struct MakeOptions {
+    InputOptions input;
+    std::string output;
+    uint32_t frameBytes = 0;   // target size of a frame, sound and picture; 0: by `rateKbit`, or by the picture's size
+    double rateKbit = 0;       // of the whole movie, in 1000 bits a second; 0: not given
+    uint32_t cap = UINT32_MAX; // bytes: most that the picture of a frame may take
+    uint32_t keyInterval = 0;  // 0: only frame 0 is a key frame
+    uint32_t lookAhead = 16;
+    uint32_t frames = 0;   // most frames to take; 0: all
+    uint32_t capacity = 0; // most frames that the movie can hold if their number isn't known; 0: see Make.cpp
+    uint32_t threads = 0;  // 0: as many as there are processors
+    bool grey = false;
+    bool alpha = false;
+    std::vector<std::string> sounds; // FILE[,id=N,quality=N]
+    bool force = false;
+    bool quiet = false;
+};
+int RunMake(const MakeOptions& options);
+
+struct InfoOptions {
+    std::string movie;
+    bool frames = false; // a line for each frame
+};
+int RunInfo(const InfoOptions& options);
+
+struct VerifyCommandOptions {
+    std::string movie;
+    uint32_t most = 10;   // violations to print
+    bool growing = false; // a movie that isn't closed yet
+    bool pacing = true;
+    bool quiet = false;
+};
+int RunVerify(const VerifyCommandOptions& options);
+
+struct DecodeOptions {
+    std::string movie;
+    std::string output; // by its extension: .y4m, .bgra, .png, .wav; "-" is Y4M on standard output
+    int64_t track = -1; // id of the track to decode instead of the picture
+    int64_t frame = -1; // only this frame
+    bool force = false;
+    bool quiet = false;
+};
+int RunDecode(const DecodeOptions& options);
+
+struct CompareOptions {
+    std::string movie;
+    InputOptions source;
+    std::string picture; // PNG with source and result side by side, or ""
+    int64_t frame = -1;  // only this frame
+    bool force = false;
+    bool quiet = false;
+};
+int RunCompare(const CompareOptions& options);
+
+struct MixOptions {
+    std::string movie;
+    std::string output;
+    std::vector<std::string> tracks; // ID=FILE[,quality=N]
+    std::vector<uint32_t> drops;     // ids
+    uint32_t delayFrames = 0;
+    uint32_t delayMilliseconds = 0;
+    std::string rate; // "N/D", or "" to keep it
+    bool force = false;
+    bool quiet = false;
+};
+int RunMix(const MixOptions& options);
+
+struct SceneOptions {
+    std::string scene;
+    std::string output;
+    std::string sound;
+    std::string size = "320x240";
+    std::string rate = "25";
+    uint32_t frames = 100;
+    bool force = false;
+    bool quiet = false;
+};
+int RunScene(const SceneOptions& options);
+
+} // namespace vorn

@@ -1,0 +1,200 @@
+// Input.cpp - bytes from files and pipes, and several sources as one.
+#include "tools/Input.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <deque>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "tools/Exit.h"
+#include "tools/Interrupt.h"
+
+namespace vorn {
+
+constexpr size_t BUFFER_BYTES = 1 << 16;
+
+ByteInput::ByteInput(const std::string& fileName) : name(fileName == "-" ? "standard input" : fileName) {
+    descriptor = fileName == "-" ? STDIN_FILENO : open(fileName.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0) throw Failure{EXIT_FAILED, fmt::format("{}: can't be opened ({})", name, std::strerror(errno))};
+    struct stat info = {};
+    const bool known = fstat(descriptor, &info) == 0;
+    if (known && S_ISDIR(info.st_mode))
+        throw Failure{EXIT_FAILED, fmt::format("{}: is a folder; name a file in it", name)};
+    const off_t place = lseek(descriptor, 0, SEEK_CUR);
+    if (known && S_ISREG(info.st_mode) && place >= 0) {
+        seekable = true;
+        size = static_cast<uint64_t>(info.st_size);
+        position = static_cast<uint64_t>(place);
+    }
+}
+
+ByteInput::~ByteInput() {
+    if (descriptor > STDIN_FILENO) close(descriptor);
+}
+
+ReadResult ByteInput::Fill() {
+    if (used < buffer.size()) return ReadResult::DONE;
+    buffer.resize(BUFFER_BYTES);
+    used = 0;
+    ssize_t got = -1;
+    do {
+        if (InterruptCount() > 0) break;
+        got = read(descriptor, buffer.data(), buffer.size());
+    } while (got < 0 && errno == EINTR);
+    buffer.resize(got > 0 ? static_cast<size_t>(got) : 0);
+    if (got > 0) return ReadResult::DONE;
+    if (InterruptCount() > 0) return ReadResult::STOPPED;
+    if (got == 0) return ReadResult::END;
+    error = std::strerror(errno);
+    return ReadResult::CUT;
+}
+
+ReadResult ByteInput::Read(uint8_t* bytes, size_t count) {
+    for (size_t done = 0; done < count;) {
+        const ReadResult result = Fill();
+        if (result == ReadResult::END && done != 0) return ReadResult::CUT;
+        if (result != ReadResult::DONE) return result;
+        const size_t part = std::min(count - done, buffer.size() - used);
+        std::memcpy(bytes + done, buffer.data() + used, part);
+        used += part;
+        done += part;
+        position += part;
+    }
+    return ReadResult::DONE;
+}
+
+ReadResult ByteInput::ReadLine(std::string* line, size_t limit) {
+    line->clear();
+    for (;;) {
+        const ReadResult result = Fill();
+        if (result == ReadResult::END && !line->empty()) return ReadResult::CUT;
+        if (result != ReadResult::DONE) return result;
+        const char c = static_cast<char>(buffer[used++]);
+        position++;
+        if (c == '\n') return ReadResult::DONE;
+        if (line->size() == limit) return ReadResult::CUT;
+        *line += c;
+    }
+}
+
+size_t ByteInput::Peek(uint64_t place, uint8_t* bytes, size_t count) const {
+    const ssize_t got = pread(descriptor, bytes, count, static_cast<off_t>(place));
+    return got > 0 ? static_cast<size_t>(got) : 0;
+}
+
+namespace {
+
+// Pictures that are read before they are asked for.
+class AheadSource : public FrameSource {
+public:
+    AheadSource(std::unique_ptr<FrameSource> source, uint64_t limit) : inner(std::move(source)) {
+        format = inner->format;
+        name = inner->name;
+        const size_t bytes = size_t(format.width) * format.height * 4;
+        while (last == ReadResult::DONE && (waiting.size() + 1) * bytes <= limit) {
+            std::vector<uint8_t> picture(bytes);
+            last = inner->Read(picture.data());
+            if (last == ReadResult::DONE) waiting.push_back(std::move(picture));
+        }
+        if (last != ReadResult::DONE) frames = waiting.size();
+    }
+
+    ReadResult Read(uint8_t* bgra) override {
+        if (!waiting.empty()) {
+            std::copy(waiting.front().begin(), waiting.front().end(), bgra);
+            waiting.pop_front();
+            return ReadResult::DONE;
+        }
+        if (last == ReadResult::DONE) last = inner->Read(bgra);
+        problem = inner->problem;
+        return last;
+    }
+
+private:
+    std::unique_ptr<FrameSource> inner;
+    std::deque<std::vector<uint8_t>> waiting;
+    ReadResult last = ReadResult::DONE; // of reading the inner source
+};
+
+// Sources of one size, one behind the other. A cut one is the last that is read.
+class JoinedSource : public FrameSource {
+public:
+    explicit JoinedSource(std::vector<std::unique_ptr<FrameSource>> sources) : parts(std::move(sources)) {
+        format = parts[0]->format;
+        name = parts[0]->name;
+        frames = 0;
+        for (const auto& part : parts) {
+            Compare(*part);
+            if (frames && part->frames)
+                *frames += *part->frames;
+            else
+                frames.reset();
+            format.grey = format.grey && part->format.grey;
+        }
+    }
+
+    ReadResult Read(uint8_t* bgra) override {
+        while (current < parts.size()) {
+            const ReadResult result = parts[current]->Read(bgra);
+            if (result != ReadResult::END) {
+                problem = parts[current]->problem;
+                return result;
+            }
+            current++;
+        }
+        return ReadResult::END;
+    }
+
+private:
+    void Compare(const FrameSource& part) const {
+        const PictureFormat& other = part.format;
+        if (other.width != format.width || other.height != format.height)
+            throw Failure{EXIT_USAGE,
+                          fmt::format("{}: {}x{} pixels, but {} has {}x{}; all inputs need one size", part.name,
+                                      other.width, other.height, name, format.width, format.height)};
+        if (uint64_t(other.rate.numerator) * format.rate.denominator !=
+            uint64_t(format.rate.numerator) * other.rate.denominator)
+            throw Failure{EXIT_USAGE,
+                          fmt::format("{}: {}/{} frames per second, but {} has {}/{}; --fps sets one for all",
+                                      part.name, other.rate.numerator, other.rate.denominator, name,
+                                      format.rate.numerator, format.rate.denominator)};
+    }
+
+    std::vector<std::unique_ptr<FrameSource>> parts;
+    size_t current = 0;
+};
+
+} // namespace
+
+std::unique_ptr<FrameSource> ReadAhead(std::unique_ptr<FrameSource> source, uint64_t limit) {
+    return std::make_unique<AheadSource>(std::move(source), limit);
+}
+
+std::unique_ptr<FrameSource> OpenFrames(const InputOptions& options) {
+    if (std::count(options.names.begin(), options.names.end(), "-") > 1)
+        throw Failure{EXIT_USAGE, "-: standard input can be named only once"};
+    std::vector<std::unique_ptr<FrameSource>> sources;
+    for (const std::string& name : options.names) {
+        if (options.raw.empty()) {
+            sources.push_back(OpenY4m(name));
+        } else {
+            uint32_t width = 0;
+            uint32_t height = 0;
+            ParseSize("--raw", options.raw, &width, &height);
+            sources.push_back(OpenRaw(name, width, height));
+        }
+        PictureFormat& format = sources.back()->format;
+        if (!options.rate.empty()) format.rate = ParseRate("--fps", options.rate);
+        if (format.rate.numerator == 0)
+            throw Failure{EXIT_USAGE,
+                          fmt::format("{}: doesn't say how many frames a second it has; give --fps N/D", name)};
+    }
+    if (sources.size() == 1) return std::move(sources[0]);
+    return std::make_unique<JoinedSource>(std::move(sources));
+}
+
+} // namespace vorn

@@ -1,0 +1,206 @@
+// Main.cpp - the program `vorn`: its arguments, and how it ends. The only file that knows the option parser.
+#include <csignal>
+
+#include <CLI/CLI.hpp>
+
+#include "tools/Commands.h"
+#include "tools/Exit.h"
+#include "tools/Interrupt.h"
+
+#ifndef VORN_VERSION
+#define VORN_VERSION "unknown"
+#endif
+
+namespace vorn {
+
+namespace {
+
+void AddForce(CLI::App* app, bool* force, bool* quiet) {
+    app->add_flag("-f,--force", *force, "Replace an existing output, once the new one is complete");
+    if (quiet != nullptr) app->add_flag("-q,--quiet", *quiet, "No progress, no summary; errors only");
+}
+
+void AddInput(CLI::App* app, InputOptions* input, const std::string& name, const std::string& what) {
+    app->add_option(name, input->names, what)->required();
+    app->add_option("--raw", input->raw, "The input is raw pictures, bytes B, G, R, A")->type_name("WIDTHxHEIGHT");
+    app->add_option("--fps", input->rate, "Frames per second, in place of what the input says")->type_name("N/D");
+}
+
+void AddMake(CLI::App* main, MakeOptions* o) {
+    CLI::App* app = main->add_subcommand("make", "Make a movie from pictures and sound");
+    AddInput(app, &o->input, "INPUT", "Y4M files, or - for standard input; several follow one another");
+    app->add_option("-o,--output", o->output, "The movie")->required()->type_name("OUT.vrn");
+    const CLI::Range size(1u, UINT32_MAX);
+    app->add_option("--frame-bytes", o->frameBytes, "Bytes for each frame, sound and picture (one for every 8 pixels)")
+        ->check(size)
+        ->type_name("N");
+    app->add_option("--rate", o->rateKbit, "The same as a data rate in kbit/s")
+        ->check(CLI::PositiveNumber)
+        ->type_name("KBIT");
+    app->add_option("--cap", o->cap, "Most bytes for the picture of a frame (no limit)")->type_name("BYTES");
+    app->add_option("--key-interval", o->keyInterval, "Frames from one key frame to the next (only the first)")
+        ->type_name("N");
+    app->add_option("--look-ahead", o->lookAhead, "Frames over which bytes are shared out (16)")
+        ->check(CLI::Range(2, 64))
+        ->type_name("2..64");
+    app->add_flag("--grey", o->grey, "Leave the colour out");
+    app->add_flag("--alpha", o->alpha, "Keep the alpha of raw pictures");
+    app->add_option("--frames", o->frames, "Take at most so many frames")->check(size)->type_name("N");
+    app->add_option("--capacity", o->capacity, "Room for frames from a long pipe (108000)")
+        ->check(size)
+        ->type_name("N");
+    app->add_option("--threads", o->threads, "Threads that compress (one per processor)")
+        ->check(CLI::Range(1, 32))
+        ->type_name("1..32");
+    app->add_option("--audio", o->sounds, "A sound track; any number of them. Quality: 0 finest to 99, or 100 to 199")
+        ->allow_extra_args(false)
+        ->type_name("FILE[,id=N,quality=N]");
+    AddForce(app, &o->force, &o->quiet);
+    app->footer("Example: vorn make clip.y4m --audio clip.wav --rate 800 -o clip.vrn");
+}
+
+void AddInfo(CLI::App* main, InfoOptions* o) {
+    CLI::App* app = main->add_subcommand("info", "Tell what a movie is and where its bytes go");
+    app->add_option("MOVIE", o->movie, "The movie")->required();
+    app->add_flag("--frames", o->frames, "A line for each frame as well");
+    app->footer("Example: vorn info clip.vrn");
+}
+
+void AddVerify(CLI::App* main, VerifyCommandOptions* o) {
+    CLI::App* app = main->add_subcommand("verify", "Decode all of a movie and check every rule of the format");
+    app->add_option("MOVIE", o->movie, "The movie")->required();
+    app->add_option("--most", o->most, "Print at most so many violations (10)")->type_name("N");
+    app->add_flag("--growing", o->growing, "The movie isn't finished yet: a NAME.vrn.tmp");
+    app->add_flag("!--no-pacing", o->pacing, "Sound need not be 3/4 of a second ahead (after mix --fps)");
+    app->add_flag("-q,--quiet", o->quiet, "Violations only");
+    app->footer(
+        "Exit code 3: it can be decoded, but a rule is broken; 4: it can't be decoded.\nExample: vorn verify clip.vrn");
+}
+
+void AddDecode(CLI::App* main, DecodeOptions* o) {
+    CLI::App* app = main->add_subcommand("decode", "Write a movie's pictures or sound to a plain file");
+    app->add_option("MOVIE", o->movie, "The movie")->required();
+    app->add_option("-o,--output", o->output, ".y4m, .bgra (raw B, G, R, A), .png or .wav; - is Y4M on standard output")
+        ->required()
+        ->type_name("OUT");
+    app->add_option("--audio", o->track, "The sound of track ID instead of the picture")
+        ->check(CLI::Range(0u, UINT32_MAX))
+        ->type_name("ID");
+    app->add_option("--frame", o->frame, "Only this frame, counted from 0")
+        ->check(CLI::Range(0u, UINT32_MAX))
+        ->type_name("N");
+    AddForce(app, &o->force, &o->quiet);
+    app->footer("Example: vorn decode clip.vrn --frame 25 -o picture.png");
+}
+
+void AddCompare(CLI::App* main, CompareOptions* o) {
+    CLI::App* app = main->add_subcommand("compare", "Tell how far a movie is from its source");
+    app->add_option("MOVIE", o->movie, "The movie")->required();
+    AddInput(app, &o->source, "SOURCE", "What it was made from");
+    app->add_option("-o,--output", o->picture, "A picture of source (left) and result (right)")->type_name("SIDES.png");
+    app->add_option("--frame", o->frame, "Only this frame; else all, and the picture is of the middle one")
+        ->check(CLI::Range(0u, UINT32_MAX))
+        ->type_name("N");
+    AddForce(app, &o->force, &o->quiet);
+    app->footer("Example: vorn compare clip.vrn clip.y4m -o sides.png");
+}
+
+void AddMix(CLI::App* main, MixOptions* o) {
+    CLI::App* app = main->add_subcommand("mix", "Give a finished movie other sound; its picture stays as it is");
+    app->add_option("MOVIE", o->movie, "The movie")->required();
+    app->add_option("-o,--output", o->output, "The new movie; with --force also the old one")
+        ->required()
+        ->type_name("OUT.vrn");
+    app->add_option("--track", o->tracks, "Replace track ID, or add it; any number of them")
+        ->allow_extra_args(false)
+        ->type_name("ID=FILE[,quality=N]");
+    app->add_option("--drop", o->drops, "Leave track ID out; any number of them")
+        ->allow_extra_args(false)
+        ->type_name("ID");
+    app->add_option("--delay", o->delayFrames, "Start new sound so many frames late")
+        ->check(CLI::Range(0, 1 << 30))
+        ->type_name("FRAMES");
+    app->add_option("--delay-ms", o->delayMilliseconds, "Start new sound so much later")
+        ->check(CLI::Range(0, 1 << 30))
+        ->type_name("MS");
+    app->add_option("--fps", o->rate, "A new frame rate")->type_name("N/D");
+    AddForce(app, &o->force, &o->quiet);
+    app->footer("Example: vorn mix clip.vrn --track 0=speech.flac,quality=104 -o dubbed.vrn");
+}
+
+void AddScene(CLI::App* main, SceneOptions* o) {
+    CLI::App* app = main->add_subcommand("scene", "Draw pictures and sound to try things with");
+    app->add_option("NAME", o->scene, "balls, drift, cuts, noise, or glass (with alpha, as .bgra)")->required();
+    app->add_option("-o,--output", o->output, "The pictures: .y4m, or .bgra for raw ones; - is Y4M on standard output")
+        ->type_name("OUT");
+    app->add_option("--sound", o->sound, "A tune as long as the pictures")->type_name("OUT.wav");
+    app->add_option("--size", o->size, "Size of the pictures (320x240)")->type_name("WIDTHxHEIGHT");
+    app->add_option("--fps", o->rate, "Frames per second (25)")->type_name("N/D");
+    app->add_option("--frames", o->frames, "Number of frames (100)")->check(CLI::Range(1u, UINT32_MAX))->type_name("N");
+    AddForce(app, &o->force, &o->quiet);
+    app->footer("Example: vorn scene balls -o balls.y4m --sound balls.wav");
+}
+
+int Run(int count, char** arguments) {
+    MakeOptions make;
+    InfoOptions info;
+    VerifyCommandOptions verify;
+    DecodeOptions decode;
+    CompareOptions compare;
+    MixOptions mix;
+    SceneOptions scene;
+    CLI::App app{"vorn - makes, reads and checks movies of the Vorn format"};
+    app.require_subcommand(1);
+    app.set_version_flag("--version", "vorn " VORN_VERSION);
+    app.footer("vorn COMMAND --help tells more.\n"
+               "Exit codes: 0 done, 1 failed, 2 usage, 3 differs, 4 input damaged or cut, 5 output exists,\n"
+               "130 stopped by a signal with a complete file.");
+    AddMake(&app, &make);
+    AddInfo(&app, &info);
+    AddVerify(&app, &verify);
+    AddDecode(&app, &decode);
+    AddCompare(&app, &compare);
+    AddMix(&app, &mix);
+    AddScene(&app, &scene);
+    try {
+        app.parse(count, arguments);
+    } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() == 0) return app.exit(error);
+        throw Failure{EXIT_USAGE, fmt::format("{}; see --help", error.what())};
+    }
+    const std::string name = app.get_subcommands().at(0)->get_name();
+    if (name == "make") return RunMake(make);
+    if (name == "info") return RunInfo(info);
+    if (name == "verify") return RunVerify(verify);
+    if (name == "decode") return RunDecode(decode);
+    if (name == "compare") return RunCompare(compare);
+    if (name == "mix") return RunMix(mix);
+    return RunScene(scene);
+}
+
+} // namespace
+
+} // namespace vorn
+
+int main(int count, char** arguments) {
+    // A reader of ours that has gone shows as a failed write.
+    std::signal(SIGPIPE, SIG_IGN);
+    vorn::CatchInterrupts();
+    int code = vorn::EXIT_FAILED;
+    try {
+        code = vorn::Run(count, arguments);
+    } catch (const vorn::Failure& failure) {
+        vorn::PrintError(failure.text);
+        code = failure.code;
+    } catch (const std::bad_alloc&) {
+        vorn::PrintError("out of memory");
+    } catch (const std::exception& error) {
+        vorn::PrintError(error.what());
+    }
+    // Results on standard output count only once they have arrived.
+    if (std::fflush(stdout) != 0 && code == vorn::EXIT_DONE) {
+        vorn::PrintError("standard output: can't be written");
+        code = vorn::EXIT_FAILED;
+    }
+    return code;
+}

@@ -1,0 +1,230 @@
+// Make.cpp - `vorn make`: pictures and sound into a movie.
+//
+// The library wants to know beforehand how many frames a movie can hold. A file tells; a pipe doesn't, so the first
+// AHEAD_BYTES of its pictures are read before the movie is opened. If it ends within them, the movie is the same as from a
+// file. If not, room is made for --capacity frames, at 4 bytes each; a movie that is closed short of that is a good movie.
+#include <algorithm>
+#include <cmath>
+#include <optional>
+
+#include <sys/stat.h>
+
+#include "tools/Commands.h"
+#include "tools/Exit.h"
+#include "tools/Interrupt.h"
+#include "tools/Output.h"
+#include "tools/Sound.h"
+
+namespace vorn {
+
+constexpr uint64_t AHEAD_BYTES = 64 << 20;
+constexpr uint32_t PIPE_CAPACITY = 108000;  // frames: an hour at 30 a second, 432000 bytes of index
+constexpr uint32_t MOST_CAPACITY = 1 << 28; // frames: their index and errors stay below 4 GiB of memory
+
+namespace {
+
+struct MakeRun {
+    explicit MakeRun(const MakeOptions& given) : options(given) {}
+    ~MakeRun() {
+        // Only after a Failure in the midst of it.
+        if (movie != nullptr) VornMakeClose(movie, 1);
+    }
+    MakeRun(const MakeRun&) = delete;
+    MakeRun& operator=(const MakeRun&) = delete;
+
+    const MakeOptions& options;
+    std::unique_ptr<FrameSource> source;
+    SoundTracks sounds;
+    std::string target;
+    uint32_t capacity = 0;
+    uint32_t frameBytes = 0;
+    VornMakeState* movie = nullptr;
+    std::optional<Progress> progress;
+    uint32_t framesDone = 0; // as of the last report
+    bool failed = false;     // as of the last report
+    std::string message;     // the library's own words
+};
+
+// The library's callbacks carry no word of the caller's.
+MakeRun* running = nullptr;
+
+uint32_t HearLibrary(uint32_t code, void* record, const char* text) {
+    MakeRun& run = *running;
+    if (code == VORN_MESSAGE) {
+        if (!run.message.empty()) run.message += "; ";
+        run.message += text;
+        return 0;
+    }
+    auto* state = static_cast<VornMakeState*>(record);
+    run.framesDone = state->framesDone;
+    run.failed = state->failed != 0;
+    run.progress->Update(state->framesDone, state->fileBytes);
+    if (InterruptCount() > 1) state->cancel = 2;
+    return InterruptCount() > 0 ? 1 : 0;
+}
+
+// The bytes that a frame should take, sound and picture.
+uint32_t ChooseFrameBytes(const MakeOptions& options, const PictureFormat& format) {
+    if (options.frameBytes != 0 && options.rateKbit != 0)
+        throw Failure{EXIT_USAGE, "--frame-bytes and --rate: give one of them"};
+    if (options.frameBytes != 0) return options.frameBytes;
+    // One bit a pixel.
+    if (options.rateKbit == 0)
+        return static_cast<uint32_t>(std::max<uint64_t>(64, uint64_t(format.width) * format.height / 8));
+    const double bytes = options.rateKbit * 1000 / 8 * format.rate.denominator / format.rate.numerator;
+    if (!(bytes >= 1) || bytes > 4e9)
+        throw Failure{EXIT_USAGE, fmt::format("--rate {}: makes {:.1f} bytes a frame; 1 to 4000000000 are taken",
+                                              options.rateKbit, bytes)};
+    return static_cast<uint32_t>(std::llround(bytes));
+}
+
+uint32_t ChooseCapacity(const MakeRun& run) {
+    const MakeOptions& options = run.options;
+    uint64_t capacity = options.capacity != 0 ? options.capacity : PIPE_CAPACITY;
+    if (options.capacity == 0) {
+        const Fraction rate = run.source->format.rate;
+        for (const auto& sound : run.sounds.sources) {
+            // The sound's length and a second.
+            const double frames = std::ceil((sound->seconds + 1) * rate.numerator / rate.denominator);
+            capacity = std::max<uint64_t>(capacity, static_cast<uint64_t>(std::min<double>(frames, MOST_CAPACITY)));
+        }
+    }
+    if (run.source->frames) capacity = *run.source->frames;
+    if (options.frames != 0)
+        capacity = run.source->frames ? std::min<uint64_t>(capacity, options.frames) : options.frames;
+    if (capacity > MOST_CAPACITY)
+        throw Failure{EXIT_FAILED, fmt::format("{}: {} frames; a movie can hold up to {} (--frames takes fewer)",
+                                               run.source->name, capacity, MOST_CAPACITY)};
+    return std::max(1u, static_cast<uint32_t>(capacity));
+}
+
+void BeginMovie(MakeRun* run) {
+    const MakeOptions& options = run->options;
+    const PictureFormat& format = run->source->format;
+    const bool grey = options.grey || format.grey;
+    if (options.threads != 0) VornMakeSetMaxCPUs(options.threads);
+    const auto& tracks = run->sounds.descriptors;
+    run->movie = VornMake(run->target.c_str(), format.width * 4, format.width, format.height, run->capacity,
+                          options.keyInterval, (grey ? 100 : 0) + (options.alpha ? 1000 : 0), format.rate.numerator,
+                          format.rate.denominator, static_cast<uint32_t>(tracks.size()), tracks.data(),
+                          static_cast<int32_t>(options.lookAhead), HearLibrary);
+    if (run->movie == nullptr)
+        throw Failure{EXIT_FAILED,
+                      fmt::format("{}: {}", options.output,
+                                  run->message.empty() ? "the library refused without a word" : run->message)};
+}
+
+// Hands over picture after picture. Returns what ended it: END also if the movie is full or has failed.
+ReadResult PushFrames(MakeRun* run, bool* tooMany) {
+    const PictureFormat& format = run->source->format;
+    std::vector<uint8_t> bgra(size_t(format.width) * format.height * 4);
+    uint32_t taken = 0;
+    for (;;) {
+        if (run->options.frames != 0 && taken == run->options.frames) return ReadResult::END;
+        const ReadResult result = run->source->Read(bgra.data());
+        if (result != ReadResult::DONE) return result;
+        *tooMany = taken == run->capacity;
+        if (*tooMany) return ReadResult::END;
+        VornMakePutVideo(run->movie, run->frameBytes, run->options.cap, taken == 0, bgra.data());
+        taken++;
+        run->framesDone = run->movie->framesDone;
+        run->failed = run->movie->failed != 0;
+        if (run->failed) return ReadResult::END;
+        if (run->movie->cancel != 0 || InterruptCount() > 0) return ReadResult::STOPPED;
+    }
+}
+
+// Closes the movie and makes sure that it is there. `stopped`: what waits in the queue is given up.
+void CloseMovie(MakeRun* run, bool stopped) {
+    const std::string& name = run->options.output;
+    if (stopped) run->movie->cancel = std::max(run->movie->cancel, 1u);
+    run->framesDone = run->movie->framesDone;
+    const uint32_t waiting = stopped ? 0 : run->movie->queueCount;
+    const bool nothing = run->framesDone + waiting == 0;
+    const bool twice = InterruptCount() > 1;
+    const bool failed = run->failed;
+    const int64_t expected = int64_t(run->framesDone) + waiting;
+    VornMakeClose(run->movie, nothing || twice || failed);
+    run->movie = nullptr;
+    run->progress->Clear();
+    if (twice || InterruptCount() > 1)
+        throw Failure{EXIT_FAILED, fmt::format("{}: stopped twice; the movie was dropped and nothing is left", name)};
+    if (!run->message.empty()) throw Failure{EXIT_FAILED, fmt::format("{}: {}", name, run->message)};
+    if (failed || run->failed)
+        throw Failure{EXIT_FAILED, fmt::format("{}: frame {} could not be written (disk full?); nothing is left", name,
+                                               run->framesDone)};
+    if (nothing) return;
+    const bool early = stopped || InterruptCount() > 0;
+    run->framesDone = CheckMovie(run->target, early ? -1 : expected);
+    SyncFolder(run->target);
+}
+
+void Report(const MakeRun& run, const std::string& what) {
+    if (run.options.quiet) return;
+    struct stat info = {};
+    const auto bytes = stat(run.target.c_str(), &info) == 0 ? static_cast<uint64_t>(info.st_size) : 0;
+    const Fraction rate = run.source->format.rate;
+    const double seconds = double(run.framesDone) * rate.denominator / rate.numerator;
+    fmt::print(stderr, "{}: {}{} frames, {} bytes, {:.2f} kbit/s\n", run.options.output, what, run.framesDone, bytes,
+               seconds > 0 ? static_cast<double>(bytes) * 8 / 1000 / seconds : 0.0);
+}
+
+int Finish(MakeRun* run, ReadResult ended, bool tooMany) {
+    {
+        Replacement replacement(run->target);
+        CloseMovie(run, ended == ReadResult::STOPPED);
+        if (run->framesDone != 0) replacement.Keep();
+    }
+    const std::string& name = run->options.output;
+    if (InterruptCount() > 0) {
+        if (run->framesDone == 0)
+            throw Failure{EXIT_FAILED, fmt::format("{}: stopped before the first frame; nothing is left", name)};
+        Report(*run, "stopped by a signal, finished with ");
+        return EXIT_STOPPED;
+    }
+    if (run->framesDone == 0)
+        throw Failure{EXIT_DAMAGED, ended == ReadResult::CUT ? run->source->problem
+                                                             : fmt::format("{}: holds no frame", run->source->name)};
+    Report(*run, "");
+    if (ended == ReadResult::CUT)
+        throw Failure{EXIT_DAMAGED,
+                      fmt::format("{}; {} has the {} frames before", run->source->problem, name, run->framesDone)};
+    if (tooMany)
+        throw Failure{EXIT_DAMAGED,
+                      fmt::format("{}: brings more than the {} frames that {} has room for; --capacity N makes room",
+                                  run->source->name, run->capacity, name)};
+    if (const std::string problem = run->sounds.Problem(); !problem.empty())
+        throw Failure{EXIT_DAMAGED, fmt::format("{}; silence stands in for the rest", problem)};
+    return EXIT_DONE;
+}
+
+} // namespace
+
+int RunMake(const MakeOptions& options) {
+    MakeRun run(options);
+    std::vector<SoundOption> sounds;
+    std::vector<std::string> inputs = options.input.names;
+    for (const std::string& text : options.sounds) {
+        sounds.push_back(ParseAudioOption(text, static_cast<uint32_t>(sounds.size())));
+        inputs.push_back(sounds.back().name);
+    }
+    if (options.output == "-") throw Failure{EXIT_USAGE, "-o -: a movie can't be written to a pipe; name a file"};
+    run.target = CheckOutput(options.output, inputs, options.force, false);
+    CheckTemporary(run.target, inputs, options.force);
+    run.source = OpenFrames(options.input);
+    if (options.alpha && !run.source->format.alpha)
+        throw Failure{EXIT_USAGE, fmt::format("--alpha: {} carries none; raw pictures (--raw) do", run.source->name)};
+    for (const SoundOption& sound : sounds) run.sounds.Add(sound);
+    run.frameBytes = ChooseFrameBytes(options, run.source->format);
+    if (!run.source->frames && options.frames == 0) run.source = ReadAhead(std::move(run.source), AHEAD_BYTES);
+    run.capacity = ChooseCapacity(run);
+    run.progress.emplace(options.quiet, run.source->frames || options.frames != 0 ? run.capacity : 0,
+                         run.source->format.rate);
+    running = &run;
+    bool tooMany = false;
+    BeginMovie(&run);
+    const ReadResult ended = PushFrames(&run, &tooMany);
+    return Finish(&run, ended, tooMany);
+}
+
+} // namespace vorn

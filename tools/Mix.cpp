@@ -1,0 +1,125 @@
+// Mix.cpp - `vorn mix`: a finished movie with other sound; the picture stays as it is.
+#include <algorithm>
+
+#include "tools/Commands.h"
+#include "tools/Exit.h"
+#include "tools/Interrupt.h"
+#include "tools/MovieFile.h"
+#include "tools/Output.h"
+#include "tools/Sound.h"
+
+namespace vorn {
+
+namespace {
+
+struct MixRun {
+    Progress* progress = nullptr;
+    bool cancelled = false;
+    std::string message; // the library's own words
+};
+
+// The library's callbacks carry no word of the caller's.
+MixRun* running = nullptr;
+
+uint32_t HearLibrary(uint32_t code, void* record, const char* text) {
+    if (code == VORN_MESSAGE) {
+        running->message = text;
+        return 0;
+    }
+    const auto* mix = static_cast<const VornMixRecord*>(record);
+    running->progress->Update(mix->frame, mix->outputPosition);
+    running->cancelled = running->cancelled || InterruptCount() > 0;
+    return running->cancelled ? 1 : 0;
+}
+
+// An id that neither the movie nor a descriptor bears.
+uint32_t UnusedId(const reader::Movie& movie) {
+    uint32_t id = 0;
+    while (std::any_of(movie.tracks.begin(), movie.tracks.end(),
+                       [&](const reader::Track& track) { return track.id == id; }))
+        id++;
+    return id;
+}
+
+void AddDrops(const MixOptions& options, const reader::Movie& movie, SoundTracks* sounds) {
+    for (const uint32_t id : options.drops) {
+        const bool known = std::any_of(movie.tracks.begin(), movie.tracks.end(),
+                                       [&](const reader::Track& track) { return track.id == id; });
+        if (!known) throw Failure{EXIT_USAGE, fmt::format("--drop {}: {} has no such track", id, options.movie)};
+        TrackDescriptor drop = {};
+        drop.id = id;
+        drop.sampleRate = 1; // 0 would mark it as used
+        sounds->descriptors.push_back(drop);
+    }
+    if (!sounds->descriptors.empty()) return;
+    // Without a descriptor nothing at all would be done; this one drops a track that there isn't.
+    TrackDescriptor none = {};
+    none.id = UnusedId(movie);
+    none.sampleRate = 1;
+    sounds->descriptors.push_back(none);
+}
+
+int32_t ChooseShift(const MixOptions& options) {
+    if (options.delayFrames != 0 && options.delayMilliseconds != 0)
+        throw Failure{EXIT_USAGE, "--delay and --delay-ms: give one of them"};
+    if (options.delayFrames != 0) return static_cast<int32_t>(options.delayFrames) + 1;
+    return -static_cast<int32_t>(options.delayMilliseconds);
+}
+
+} // namespace
+
+int RunMix(const MixOptions& options) {
+    std::vector<SoundOption> tracks;
+    std::vector<std::string> inputs;
+    for (const std::string& text : options.tracks) {
+        tracks.push_back(ParseTrackOption(text));
+        inputs.push_back(tracks.back().name);
+    }
+    if (tracks.empty() && options.drops.empty() && options.rate.empty())
+        throw Failure{EXIT_USAGE, "mix: nothing to do; give --track, --drop or --fps"};
+    const int32_t shift = ChooseShift(options);
+    const Fraction rate = options.rate.empty() ? Fraction{} : ParseRate("--fps", options.rate);
+    // The movie itself may be the output: it is replaced only once the new one is complete, and with --force only.
+    for (const std::string& sound : inputs)
+        if (SameFile(sound, options.output))
+            throw Failure{EXIT_USAGE, fmt::format("{}: is the input {} itself", options.output, sound)};
+    const std::string target = CheckOutput(options.output, {}, options.force, true);
+    inputs.push_back(options.movie);
+    CheckTemporary(target, inputs, options.force);
+    uint32_t frames = 0;
+    SoundTracks sounds;
+    Fraction movieRate;
+    {
+        reader::Movie movie;
+        reader::Violations violations;
+        OpenMovieFile(options.movie, false, &movie, &violations);
+        for (const SoundOption& track : tracks) sounds.Add(track);
+        AddDrops(options, movie, &sounds);
+        frames = movie.header.frames;
+        movieRate = {movie.header.rateNumerator, movie.header.rateDenominator};
+    }
+    Progress progress(options.quiet, frames, movieRate);
+    MixRun run;
+    run.progress = &progress;
+    running = &run;
+    Replacement replacement(target);
+    const uint32_t bytes =
+        VornMix(options.movie.c_str(), target.c_str(), 0, rate.numerator, rate.denominator, shift,
+                static_cast<uint32_t>(sounds.descriptors.size()), sounds.descriptors.data(), HearLibrary);
+    progress.Clear();
+    if (run.cancelled)
+        throw Failure{EXIT_FAILED, fmt::format("{}: stopped by a signal; nothing is left", options.output)};
+    if (bytes == 0 || !run.message.empty())
+        throw Failure{EXIT_FAILED,
+                      fmt::format("{}: {}", options.output,
+                                  run.message.empty() ? "the library failed without a word" : run.message)};
+    CheckMovie(target, frames);
+    replacement.Keep();
+    SyncFolder(target);
+    if (!options.quiet) fmt::print(stderr, "{}: {} frames, {} bytes\n", options.output, frames, bytes);
+    if (const std::string problem = sounds.Problem(); !problem.empty())
+        throw Failure{EXIT_DAMAGED, fmt::format("{}; silence stands in for the rest", problem)};
+    return EXIT_DONE;
+}
+
+} // namespace vorn

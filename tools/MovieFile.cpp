@@ -1,0 +1,61 @@
+// MovieFile.cpp - see MovieFile.h.
+#include "tools/MovieFile.h"
+
+#include "tools/Exit.h"
+#include "tools/Input.h"
+#include "tools/Text.h"
+
+namespace vorn {
+
+// The first error, or the last word if there is none.
+static std::string WhatIsWrong(const reader::Violations& violations) {
+    for (const reader::Violation& violation : violations.list)
+        if (violation.severity == reader::SEVERITY_ERROR) return DescribeViolation(violation);
+    return violations.list.empty() ? "can't be read" : DescribeViolation(violations.list.back());
+}
+
+void OpenMovieFile(const std::string& name, bool growing, reader::Movie* movie, reader::Violations* violations) {
+    { const ByteInput probe(name); } // says by name what can't be opened
+    reader::MovieOptions options;
+    options.growing = growing;
+    if (name == "-") throw Failure{EXIT_USAGE, "-: a movie can't be read from a pipe; name a file"};
+    if (!reader::OpenMovie(name, options, movie, violations))
+        throw Failure{EXIT_DAMAGED, fmt::format("{}: {}", name, WhatIsWrong(*violations))};
+}
+
+FrameWalk::FrameWalk(const std::string& fileName, const reader::Movie& theMovie, uint32_t first)
+    : name(fileName), movie(theMovie), number(first) {
+    while (number > 0 && (movie.index[number] & KEY_FRAME_BIT) == 0) number--;
+    while (number < first) DecodeOne();
+}
+
+void FrameWalk::DecodeOne() {
+    reader::Violations violations;
+    reader::Frame frame;
+    if (!ReadFrame(movie, number, &frame, &violations) || !DecodeFrame(movie, frame, &decoder, &violations))
+        throw Failure{EXIT_DAMAGED, fmt::format("{}: {}", name, WhatIsWrong(violations))};
+    number++;
+}
+
+void FrameWalk::Next() {
+    DecodeOne();
+}
+
+void FrameWalk::ToBgra(std::vector<uint8_t>* bgra) const {
+    const reader::DecodedPlane& luma = decoder.planes[reader::PLANE_Y];
+    PlanarPicture picture;
+    picture.width = movie.header.width;
+    picture.height = movie.header.height;
+    bgra->resize(size_t(picture.width) * picture.height * 4);
+    picture.y = luma.samples.data();
+    picture.pitch = luma.width;
+    if (movie.hasChroma) {
+        picture.cr = decoder.planes[reader::PLANE_CR].samples.data();
+        picture.cb = decoder.planes[reader::PLANE_CB].samples.data();
+        picture.chromaPitch = decoder.planes[reader::PLANE_CR].width;
+    }
+    if (movie.hasAlpha) picture.alpha = decoder.planes[reader::PLANE_ALPHA].samples.data();
+    PlanesToBgra(picture, bgra->data());
+}
+
+} // namespace vorn

@@ -1,0 +1,36 @@
+// MovieFile.h - what the commands that read movies share.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "reader/Reader.h"
+#include "tools/Colour.h"
+
+namespace vorn {
+
+// Opens a movie, and throws a Failure if it can't be walked at all. Everything that is merely wrong goes to `violations`.
+void OpenMovieFile(const std::string& name, bool growing, reader::Movie* movie, reader::Violations* violations);
+
+// Decodes frame after frame, from 0 on or from the last key frame before `first`.
+class FrameWalk {
+public:
+    FrameWalk(const std::string& name, const reader::Movie& movie, uint32_t first);
+    // Decodes the next frame, or throws a Failure that tells what is wrong with it.
+    void Next();
+    uint32_t Number() const { return number - 1; } // of the frame decoded last
+    const reader::DecodedPlane& Plane(int plane) const { return decoder.planes[plane]; }
+    // The frame decoded last as a picture; height rows of width pixels.
+    void ToBgra(std::vector<uint8_t>* bgra) const;
+
+private:
+    void DecodeOne();
+
+    std::string name;
+    const reader::Movie& movie;
+    reader::MovieDecoder decoder;
+    uint32_t number; // of the next frame
+};
+
+} // namespace vorn

@@ -1,0 +1,245 @@
+// Sound.cpp - see Sound.h.
+#include "tools/Sound.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <optional>
+
+#include <sndfile.h>
+
+#include "tools/Exit.h"
+#include "tools/Text.h"
+
+namespace vorn {
+
+// Takes ",KEY=NUMBER" items off the end of a text for as long as there are any; a comma may stand in a file's name as well.
+static SoundOption ParseItems(const std::string& option, const std::string& text, SoundOption sound, bool withId) {
+    std::string rest = text;
+    for (;;) {
+        const size_t comma = rest.rfind(',');
+        if (comma == std::string::npos) break;
+        const std::string item = rest.substr(comma + 1);
+        const bool isId = withId && item.rfind("id=", 0) == 0;
+        const bool isQuality = item.rfind("quality=", 0) == 0;
+        if (!isId && !isQuality) break;
+        uint64_t value = 0;
+        const uint64_t limit = isId ? UINT32_MAX : 199;
+        if (!ParseNumber(std::string_view(item).substr(item.find('=') + 1), limit, &value))
+            throw Failure{EXIT_USAGE, fmt::format("{} {}: {} wants a number from 0 to {}", option, text,
+                                                  isId ? "id" : "quality", limit)};
+        (isId ? sound.id : sound.quality) = static_cast<uint32_t>(value);
+        rest.resize(comma);
+    }
+    sound.name = rest;
+    if (sound.name.empty()) throw Failure{EXIT_USAGE, fmt::format("{} {}: names no file", option, text)};
+    return sound;
+}
+
+SoundOption ParseAudioOption(const std::string& text, uint32_t id) {
+    SoundOption sound;
+    sound.id = id;
+    return ParseItems("--audio", text, sound, true);
+}
+
+SoundOption ParseTrackOption(const std::string& text) {
+    const size_t equals = text.find('=');
+    uint64_t id = 0;
+    if (equals == std::string::npos || !ParseNumber(std::string_view(text).substr(0, equals), UINT32_MAX, &id))
+        throw Failure{EXIT_USAGE, fmt::format("--track {}: ID=FILE[,quality=N] is wanted", text)};
+    SoundOption sound;
+    sound.id = static_cast<uint32_t>(id);
+    return ParseItems("--track", text.substr(equals + 1), sound, false);
+}
+
+// How many frames of sound a file promises, found without the library that decodes it: that one cuts its own promise down to
+// what is there. Nothing if the head doesn't say.
+static std::optional<uint64_t> PromisedFrames(const std::string& name) {
+    FILE* file = std::fopen(name.c_str(), "rb");
+    if (file == nullptr) return {};
+    const auto little = [](const uint8_t* b) {
+        return uint32_t(b[0]) | uint32_t(b[1]) << 8 | uint32_t(b[2]) << 16 | uint32_t(b[3]) << 24;
+    };
+    std::optional<uint64_t> promised;
+    uint8_t head[12];
+    uint8_t chunk[24];
+    uint32_t frameBytes = 0;
+    uint64_t longData = 0; // of a file over 4 GiB
+    if (std::fread(head, 1, 12, file) == 12 && std::memcmp(head + 8, "WAVE", 4) == 0) {
+        while (std::fread(chunk, 1, 8, file) == 8) {
+            const uint32_t size = little(chunk + 4);
+            const bool isFormat = std::memcmp(chunk, "fmt ", 4) == 0;
+            const bool isLong = std::memcmp(chunk, "ds64", 4) == 0;
+            if (std::memcmp(chunk, "data", 4) == 0) {
+                const uint64_t bytes = size == UINT32_MAX ? longData : size;
+                if (frameBytes != 0 && bytes != 0) promised = bytes / frameBytes;
+                break;
+            }
+            long skip = static_cast<long>(size) + size % 2;
+            if ((isFormat && size >= 16) || (isLong && size >= 16)) {
+                if (std::fread(chunk, 1, 16, file) != 16) break;
+                if (isFormat)
+                    frameBytes = little(chunk + 12) & 0xffff;
+                else
+                    longData = little(chunk + 8) | uint64_t(little(chunk + 12)) << 32;
+                skip -= 16;
+            }
+            if (std::fseek(file, skip, SEEK_CUR) != 0) break;
+        }
+    }
+    std::fclose(file);
+    return promised;
+}
+
+namespace {
+
+class LibrarySound : public SoundSource {
+public:
+    explicit LibrarySound(const std::string& fileName) {
+        name = fileName;
+        SF_INFO info = {};
+        file = sf_open(fileName.c_str(), SFM_READ, &info);
+        if (file == nullptr)
+            throw Failure{EXIT_FAILED,
+                          fmt::format("{}: can't be opened as sound ({}); WAV, FLAC, Ogg and AIFF are read", name,
+                                      sf_strerror(nullptr))};
+        Check(info);
+        sampleRate = static_cast<uint32_t>(info.samplerate);
+        channels = static_cast<uint32_t>(info.channels);
+        promised = info.frames > 0 && info.frames < INT64_MAX ? static_cast<uint64_t>(info.frames) : 0;
+        seconds = static_cast<double>(promised) / sampleRate;
+        const int kind = info.format & SF_FORMAT_SUBMASK;
+        wide = kind == SF_FORMAT_PCM_24 || kind == SF_FORMAT_PCM_32;
+        narrow = kind == SF_FORMAT_PCM_16 || kind == SF_FORMAT_PCM_S8 || kind == SF_FORMAT_PCM_U8 ||
+                 kind == SF_FORMAT_ULAW || kind == SF_FORMAT_ALAW;
+        const bool ownHead = (info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_WAV ||
+                             (info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_WAVEX ||
+                             (info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_RF64;
+        const bool packed = !wide && !narrow && kind != SF_FORMAT_FLOAT && kind != SF_FORMAT_DOUBLE;
+        if (ownHead && !packed) promised = PromisedFrames(name).value_or(promised);
+    }
+    ~LibrarySound() override { sf_close(file); }
+
+    size_t Read(int16_t* samples, size_t count) override {
+        size_t done = 0;
+        while (done < count) {
+            const size_t want = (count - done) / channels;
+            const size_t got = want == 0 ? 0 : ReadSome(samples + done, want);
+            done += got * channels;
+            came += got;
+            if (got < want || want == 0) {
+                if (want != 0) NoteEnd();
+                break;
+            }
+        }
+        return done;
+    }
+
+private:
+    void Check(const SF_INFO& info) const {
+        std::string why;
+        if (info.channels < 1 || info.channels > 2)
+            why = fmt::format("{} channels; 1 or 2 are taken", info.channels);
+        else if (info.samplerate < 1 || info.samplerate > 65535)
+            why = fmt::format("{} samples a second; 1 to 65535 are taken", info.samplerate);
+        if (why.empty()) return;
+        sf_close(file);
+        throw Failure{EXIT_FAILED, fmt::format("{}: {}", name, why)};
+    }
+
+    // Up to a small buffer full; 0 at the end.
+    size_t ReadSome(int16_t* samples, size_t frames) {
+        if (narrow) return Count(sf_readf_short(file, samples, static_cast<sf_count_t>(frames)));
+        const size_t part = std::min<size_t>(frames, 2048);
+        const auto asked = static_cast<sf_count_t>(part);
+        size_t done = 0;
+        for (size_t got = part; got == part && done < frames;) {
+            const auto now = static_cast<sf_count_t>(std::min(part, frames - done));
+            int16_t* out = samples + done * channels;
+            if (wide) {
+                std::vector<int> values(part * channels);
+                got = Count(sf_readf_int(file, values.data(), std::min(asked, now)));
+                for (size_t i = 0; i < got * channels; i++)
+                    out[i] = static_cast<int16_t>(std::min<int64_t>((int64_t(values[i]) + 0x8000) >> 16, 32767));
+            } else {
+                std::vector<double> values(part * channels);
+                got = Count(sf_readf_double(file, values.data(), std::min(asked, now)));
+                for (size_t i = 0; i < got * channels; i++) out[i] = FromDouble(values[i]);
+            }
+            done += got;
+        }
+        return done;
+    }
+
+    // Halves away from 0; what is no number is silence.
+    static int16_t FromDouble(double value) {
+        if (std::isnan(value)) return 0;
+        return static_cast<int16_t>(std::lround(std::clamp(value * 32768, -32768.0, 32767.0)));
+    }
+
+    static size_t Count(sf_count_t frames) { return frames > 0 ? static_cast<size_t>(frames) : 0; }
+
+    void NoteEnd() {
+        if (sf_error(file) != SF_ERR_NO_ERROR)
+            problem = fmt::format("{}: damaged after {} frames of sound ({})", name, came, sf_strerror(file));
+        else if (came < promised)
+            problem = fmt::format("{}: cut: {} of the {} frames of sound that it promises", name, came, promised);
+    }
+
+    SNDFILE* file;
+    bool wide = false;     // integers of more than 16 bits
+    bool narrow = false;   // anything that 16 bits hold exactly
+    uint64_t promised = 0; // frames, or 0 if the file doesn't say
+    uint64_t came = 0;     // frames
+};
+
+} // namespace
+
+std::unique_ptr<SoundSource> SoundSource::Open(const std::string& name) {
+    return std::make_unique<LibrarySound>(name);
+}
+
+// The library's callback: `user` is the source.
+static uint32_t ReadForLibrary(void*, uintptr_t user, void* buffer, uint32_t bytes) {
+    auto* source = reinterpret_cast<SoundSource*>(user);
+    try {
+        return static_cast<uint32_t>(source->Read(static_cast<int16_t*>(buffer), bytes / 2) * 2);
+    } catch (const std::exception& error) {
+        source->problem = fmt::format("{}: can't be read ({})", source->name, error.what());
+        return 0;
+    }
+}
+
+void SoundTracks::Add(const SoundOption& option) {
+    sources.push_back(SoundSource::Open(option.name));
+    SoundSource& source = *sources.back();
+    TrackDescriptor descriptor = {};
+    descriptor.id = option.id;
+    descriptor.sampleRate = source.sampleRate;
+    descriptor.bits = 16;
+    descriptor.channels = source.channels;
+    descriptor.quality = option.quality;
+    descriptor.user = reinterpret_cast<uintptr_t>(&source);
+    descriptor.read = ReadForLibrary;
+    descriptors.push_back(descriptor);
+}
+
+std::string SoundTracks::Problem() const {
+    for (const auto& source : sources)
+        if (!source->problem.empty()) return source->problem;
+    return "";
+}
+
+void WriteWavHead(OutputFile* file, uint32_t sampleRate, uint32_t channels, uint32_t bytes) {
+    const uint32_t rest = std::min(bytes, UINT32_MAX - 36) + 36;
+    const uint32_t perSecond = sampleRate * channels * 2;
+    const uint32_t words[11] = {0x46464952, rest,      0x45564157,
+                                0x20746d66, 16,        1 | channels << 16,
+                                sampleRate, perSecond, channels * 2 | 16u << 16,
+                                0x61746164, bytes};
+    uint8_t head[44];
+    for (size_t i = 0; i < 44; i++) head[i] = static_cast<uint8_t>(words[i / 4] >> i % 4 * 8);
+    file->Write(head, sizeof head);
+}
+
+} // namespace vorn

@@ -1,0 +1,118 @@
+// Text.cpp - see Text.h.
+#include "tools/Text.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+
+#include <unistd.h>
+
+#include "tools/Exit.h"
+
+namespace vorn {
+
+void PrintError(std::string_view text) {
+    std::string line = "vorn: ";
+    for (const char c : text) {
+        const bool space = c == '\n' || c == '\r' || c == ' ';
+        if (!space)
+            line += c;
+        else if (line.back() != ' ')
+            line += ' ';
+    }
+    line += '\n';
+    std::fputs(line.c_str(), stderr);
+}
+
+bool ParseNumber(std::string_view text, uint64_t limit, uint64_t* value) {
+    const char* end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, *value);
+    return result.ec == std::errc() && result.ptr == end && *value <= limit;
+}
+
+Fraction ParseRate(const std::string& option, const std::string& text) {
+    const size_t cut = text.find_first_of("/:");
+    uint64_t numerator = 0;
+    uint64_t denominator = 1;
+    bool good = ParseNumber(std::string_view(text).substr(0, cut), UINT32_MAX, &numerator);
+    if (cut != std::string::npos)
+        good = good && ParseNumber(std::string_view(text).substr(cut + 1), UINT32_MAX, &denominator);
+    if (!good || numerator == 0 || denominator == 0)
+        throw Failure{
+            EXIT_USAGE,
+            fmt::format("{} {}: frames per second as N or N/D, whole numbers from 1 (30, 30000/1001)", option, text)};
+    return {static_cast<uint32_t>(numerator), static_cast<uint32_t>(denominator)};
+}
+
+void ParseSize(const std::string& option, const std::string& text, uint32_t* width, uint32_t* height) {
+    const size_t cut = text.find('x');
+    uint64_t w = 0;
+    uint64_t h = 0;
+    const bool good = cut != std::string::npos && ParseNumber(std::string_view(text).substr(0, cut), 65535, &w) &&
+                      ParseNumber(std::string_view(text).substr(cut + 1), 65535, &h);
+    if (!good || w == 0 || h == 0)
+        throw Failure{EXIT_USAGE,
+                      fmt::format("{} {}: a size is WIDTHxHEIGHT, each from 1 to 65535 (320x240)", option, text)};
+    *width = static_cast<uint32_t>(w);
+    *height = static_cast<uint32_t>(h);
+}
+
+std::string TimeText(double seconds) {
+    const auto whole = static_cast<uint64_t>(std::max(0.0, seconds) + 0.5);
+    return fmt::format("{}:{:02}:{:02}", whole / 3600, whole / 60 % 60, whole % 60);
+}
+
+std::string LowerExtension(const std::string& name) {
+    const size_t dot = name.rfind('.');
+    const size_t slash = name.rfind('/');
+    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return "";
+    std::string extension = name.substr(dot);
+    for (char& c : extension)
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    return extension;
+}
+
+Progress::Progress(bool isQuiet, uint64_t totalFrames, Fraction frameRate)
+    : quiet(isQuiet), terminal(isatty(STDERR_FILENO) == 1), total(totalFrames), rate(frameRate),
+      start(std::chrono::steady_clock::now()), last(start) {}
+
+Progress::~Progress() {
+    Clear();
+}
+
+void Progress::Clear() {
+    if (drawn) std::fputs("\r\033[K", stderr);
+    drawn = false;
+}
+
+void Progress::Update(uint64_t done, uint64_t bytes) {
+    if (quiet) return;
+    const auto now = std::chrono::steady_clock::now();
+    const auto pause = terminal ? std::chrono::milliseconds(200) : std::chrono::milliseconds(10000);
+    if (now - last < pause) return;
+    last = now;
+    const std::string line = Line(done, bytes, std::chrono::duration<double>(now - start).count());
+    if (terminal)
+        fmt::print(stderr, "\r{}\033[K", line);
+    else
+        fmt::print(stderr, "{}\n", line);
+    drawn = terminal;
+}
+
+std::string Progress::Line(uint64_t done, uint64_t bytes, double seconds) const {
+    const double part = total == 0 ? 0 : static_cast<double>(done) / static_cast<double>(total);
+    std::string line =
+        total == 0 ? fmt::format("{} frames", done) : fmt::format("[{:.1f}%] {}/{} frames", part * 100, done, total);
+    if (seconds > 0) line += fmt::format(", {:.2f} fps", static_cast<double>(done) / seconds);
+    if (bytes != 0 && done != 0 && rate.denominator != 0) {
+        const double length = static_cast<double>(done) * rate.denominator / rate.numerator;
+        line += fmt::format(", {:.2f} kbit/s", static_cast<double>(bytes) * 8 / 1000 / length);
+    }
+    if (done != 0 && total != 0) {
+        line += fmt::format(", eta {}", TimeText(seconds / part - seconds));
+        if (bytes != 0) line += fmt::format(", about {:.0f} kB in the end", static_cast<double>(bytes) / part / 1000);
+    }
+    return line;
+}
+
+} // namespace vorn

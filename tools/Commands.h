@@ -89,4 +89,14 @@ struct SceneOptions {
 };
 int RunScene(const SceneOptions& options);
 
+struct BenchOptions {
+    InputOptions input;
+    uint32_t frameBytes = 0; // target size of a frame; 0: one bit a pixel
+    uint32_t lookAhead = 16;
+    uint32_t frames = 0;  // most frames to take; 0: all
+    uint32_t threads = 0; // 0: as many as there are processors
+    uint32_t rounds = 3;  // the fastest one is told
+};
+int RunBench(const BenchOptions& options);
+
 } // namespace vorn

@@ -128,6 +128,23 @@ void AddMix(CLI::App* main, MixOptions* o) {
     app->footer("Example: vorn mix clip.vrn --track 0=speech.flac,quality=104 -o dubbed.vrn");
 }
 
+void AddBench(CLI::App* main, BenchOptions* o) {
+    CLI::App* app = main->add_subcommand("bench", "Measure how fast a whole movie is made");
+    AddInput(app, &o->input, "INPUT", "Y4M files, or - for standard input");
+    app->add_option("--frame-bytes", o->frameBytes, "Bytes for each frame (one for every 8 pixels)")->type_name("N");
+    app->add_option("--look-ahead", o->lookAhead, "Frames over which bytes are shared out (16)")
+        ->check(CLI::Range(2, 64))
+        ->type_name("2..64");
+    app->add_option("--frames", o->frames, "Take at most so many frames")->type_name("N");
+    app->add_option("--threads", o->threads, "Threads that compress (one per processor)")
+        ->check(CLI::Range(1, 32))
+        ->type_name("1..32");
+    app->add_option("--rounds", o->rounds, "Make the movie so often and tell the fastest (3)")
+        ->check(CLI::Range(1, 1000))
+        ->type_name("N");
+    app->footer("Example: vorn bench clip.y4m --threads 1");
+}
+
 void AddScene(CLI::App* main, SceneOptions* o) {
     CLI::App* app = main->add_subcommand("scene", "Draw pictures and sound to try things with");
     app->add_option("NAME", o->scene, "balls, drift, cuts, noise, or glass (with alpha, as .bgra)")->required();
@@ -149,6 +166,7 @@ int Run(int count, char** arguments) {
     CompareOptions compare;
     MixOptions mix;
     SceneOptions scene;
+    BenchOptions bench;
     CLI::App app{"vorn - makes, reads and checks movies of the Vorn format"};
     app.require_subcommand(1);
     app.set_version_flag("--version", "vorn " VORN_VERSION);
@@ -162,6 +180,7 @@ int Run(int count, char** arguments) {
     AddCompare(&app, &compare);
     AddMix(&app, &mix);
     AddScene(&app, &scene);
+    AddBench(&app, &bench);
     try {
         app.parse(count, arguments);
     } catch (const CLI::ParseError& error) {
@@ -175,6 +194,7 @@ int Run(int count, char** arguments) {
     if (name == "decode") return RunDecode(decode);
     if (name == "compare") return RunCompare(compare);
     if (name == "mix") return RunMix(mix);
+    if (name == "bench") return RunBench(bench);
     return RunScene(scene);
 }
 

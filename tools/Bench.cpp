@@ -1,0 +1,143 @@
+// Bench.cpp - `vorn bench`: how fast is a whole movie made, and which stage takes the time?
+// The frames are read into memory first, and the movie goes to a temporary file that is removed. The stages are told apart by
+// the library's own reports: each lasts until the next one. What lies between a frame's last stage and the next frame's
+// first report (conversion, weights, writing) is "around".
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+
+#include "public/vornmake.h"
+#include "tools/Commands.h"
+#include "tools/Exit.h"
+
+namespace vorn {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct BenchRun {
+    std::map<std::string, double> seconds; // by group of stages
+    std::string group = "around";
+    Clock::time_point since;
+    double total = 0;
+    uint64_t bytes = 0;
+    uint64_t checksum = 0;
+};
+
+// The library's callbacks carry no word of the caller's.
+BenchRun* measured = nullptr;
+
+std::string GroupOf(const char* stage) {
+    if (std::strcmp(stage, "Compressing") == 0) return "around";
+    if (std::strstr(stage, "high-plane") != nullptr) return "analysis 16x16";
+    if (std::strncmp(stage, "Compressing", 11) == 0) return "analysis 8x8";
+    if (std::strncmp(stage, "Encoding", 8) == 0) return "plane encoder";
+    return "allocation and merging";
+}
+
+void CloseStage(BenchRun* run) {
+    const Clock::time_point now = Clock::now();
+    run->seconds[run->group] += std::chrono::duration<double>(now - run->since).count();
+    run->since = now;
+}
+
+uint32_t HearStage(uint32_t code, void*, const char* text) {
+    if (code != VORN_PROGRESS) {
+        PrintError(text);
+        return 0;
+    }
+    CloseStage(measured);
+    measured->group = GroupOf(text);
+    return 0;
+}
+
+// FNV-1a of a file's bytes.
+uint64_t ChecksumOf(const std::string& name) {
+    ByteInput file(name);
+    uint64_t hash = 14695981039346656037u;
+    std::vector<uint8_t> bytes(file.Size());
+    if (!bytes.empty() && file.Read(bytes.data(), bytes.size()) != ReadResult::DONE)
+        throw Failure{EXIT_FAILED, fmt::format("{}: can't be read back", name)};
+    for (uint8_t byte : bytes) hash = (hash ^ byte) * 1099511628211u;
+    return hash;
+}
+
+std::vector<std::vector<uint8_t>> LoadFrames(FrameSource* source, uint32_t most) {
+    std::vector<std::vector<uint8_t>> frames;
+    while (most == 0 || frames.size() < most) {
+        std::vector<uint8_t> bgra(size_t(source->format.width) * source->format.height * 4);
+        if (source->Read(bgra.data()) != ReadResult::DONE) break;
+        frames.push_back(std::move(bgra));
+    }
+    if (frames.empty()) throw Failure{EXIT_DAMAGED, fmt::format("{}: holds no frame", source->name)};
+    return frames;
+}
+
+BenchRun MakeOnce(const BenchOptions& options, const PictureFormat& format,
+                  const std::vector<std::vector<uint8_t>>& frames, uint32_t frameBytes, const std::string& name) {
+    BenchRun run;
+    measured = &run;
+    run.since = Clock::now();
+    const Clock::time_point begin = run.since;
+    VornMakeState* movie =
+        VornMake(name.c_str(), format.width * 4, format.width, format.height, static_cast<uint32_t>(frames.size()), 0,
+                 format.grey ? 100 : 0, format.rate.numerator, format.rate.denominator, 0, nullptr,
+                 static_cast<int32_t>(options.lookAhead), HearStage);
+    if (movie == nullptr) throw Failure{EXIT_FAILED, fmt::format("{}: the library refused", name)};
+    for (size_t i = 0; i < frames.size(); i++)
+        VornMakePutVideo(movie, frameBytes, UINT32_MAX, i == 0, frames[i].data());
+    run.bytes = VornMakeClose(movie, 0);
+    CloseStage(&run);
+    run.total = std::chrono::duration<double>(run.since - begin).count();
+    run.checksum = ChecksumOf(name);
+    return run;
+}
+
+void Print(const BenchRun& run, const PictureFormat& format, size_t frames, uint32_t threads) {
+    const double planes = format.grey ? 1 : 1.5;
+    const double blocks = planes * ((format.width + 7) / 8) * ((format.height + 7) / 8) * double(frames);
+    fmt::print("{} frames of {}x{}, {} threads: {:.3f} s, {:.2f} frames/s, {:.0f} ns a block of 8x8\n", frames,
+               format.width, format.height, threads, run.total, double(frames) / run.total, run.total / blocks * 1e9);
+    double serial = 0;
+    for (const auto& [group, seconds] : run.seconds) {
+        fmt::print("  {:24} {:7.3f} ms a frame {:7.0f} ns a block {:5.1f} %\n", group, seconds / double(frames) * 1e3,
+                   seconds / blocks * 1e9, seconds / run.total * 100);
+        if (group.rfind("analysis", 0) != 0) serial += seconds;
+    }
+    rusage usage = {};
+    getrusage(RUSAGE_SELF, &usage);
+    fmt::print("  serial part {:.1f} %; peak memory {} KiB, the input's frames included\n", serial / run.total * 100,
+               usage.ru_maxrss);
+    fmt::print("  {} bytes, checksum {:016x}\n", run.bytes, run.checksum);
+}
+
+} // namespace
+
+int RunBench(const BenchOptions& options) {
+    const std::unique_ptr<FrameSource> source = OpenFrames(options.input);
+    const PictureFormat format = source->format;
+    const auto frames = LoadFrames(source.get(), options.frames);
+    const uint32_t frameBytes =
+        options.frameBytes != 0 ? options.frameBytes : std::max(64u, format.width * format.height / 8);
+    const char* folder = std::getenv("TMPDIR");
+    const std::string name = fmt::format("{}/vorn-bench-{}.vrn", folder != nullptr ? folder : "/tmp", getpid());
+    const uint32_t threads = options.threads != 0 ? options.threads : VornMakeSetMaxCPUs(0);
+    VornMakeSetMaxCPUs(threads);
+    BenchRun best;
+    for (uint32_t round = 0; round < options.rounds; round++) {
+        BenchRun run = MakeOnce(options, format, frames, frameBytes, name);
+        if (round == 0 || run.total < best.total) best = std::move(run);
+    }
+    std::remove(name.c_str());
+    Print(best, format, frames.size(), threads);
+    return EXIT_DONE;
+}
+
+} // namespace vorn

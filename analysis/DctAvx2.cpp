@@ -137,8 +137,7 @@ static inline __m256i QuantiseRow(__m256i f, const uint32_t* factors) {
     const __m256i q = _mm256_loadu_si256((const __m256i*)factors);
     const __m256i half = _mm256_set1_epi64x(0x1fffffff);
     const __m256i even = _mm256_add_epi64(_mm256_mul_epi32(f, q), half);
-    const __m256i odd =
-        _mm256_add_epi64(_mm256_mul_epi32(_mm256_srli_epi64(f, 32), _mm256_srli_epi64(q, 32)), half);
+    const __m256i odd = _mm256_add_epi64(_mm256_mul_epi32(_mm256_srli_epi64(f, 32), _mm256_srli_epi64(q, 32)), half);
     const __m256i both = _mm256_blend_epi32(_mm256_srli_epi64(even, 30), _mm256_slli_epi64(odd, 2), 0xaa);
     return _mm256_srai_epi32(_mm256_slli_epi32(both, 16), 16);
 }
@@ -155,8 +154,10 @@ static inline __m128i GroupLengths(const __m256i* pairs) {
     const __m256i low = _mm256_set1_epi64x(0xffffffff);
     __m256i squares[4];
     for (int i = 0; i < 4; i++) squares[i] = _mm256_or_si256(pairs[i], _mm256_srli_epi64(pairs[i], 32));
-    const __m256i upper = BitLengths(_mm256_or_si256(_mm256_and_si256(squares[0], low), _mm256_slli_epi64(squares[1], 32)));
-    const __m256i lower = BitLengths(_mm256_or_si256(_mm256_and_si256(squares[2], low), _mm256_slli_epi64(squares[3], 32)));
+    const __m256i upper =
+        BitLengths(_mm256_or_si256(_mm256_and_si256(squares[0], low), _mm256_slli_epi64(squares[1], 32)));
+    const __m256i lower =
+        BitLengths(_mm256_or_si256(_mm256_and_si256(squares[2], low), _mm256_slli_epi64(squares[3], 32)));
     const __m256i words = _mm256_packs_epi32(upper, lower);
     const __m128i bytes = _mm_packs_epi16(_mm256_castsi256_si128(words), _mm256_extracti128_si256(words, 1));
     // The square at a row and column lies in byte 8 * (column / 2) + 4 * (row / 2) + 2 * (column % 2) + row % 2.
@@ -172,7 +173,8 @@ static inline __m128i GroupLengths(const __m256i* pairs) {
 static inline uint32_t StringBits(__m128i groups, uint32_t values) {
     const __m128i zero = _mm_setzero_si128();
     // Tree i has its own group of four at 1 + 5 i and four more, under its node of 16, behind that.
-    const __m128i own = _mm_shuffle_epi8(groups, _mm_setr_epi8(1, 6, 11, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1));
+    const __m128i own =
+        _mm_shuffle_epi8(groups, _mm_setr_epi8(1, 6, 11, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1));
     const __m128i fours =
         _mm_shuffle_epi8(groups, _mm_setr_epi8(2, 7, 12, -1, 3, 8, 13, -1, 4, 9, 14, -1, 5, 10, 15, -1));
     __m128i sixteens = _mm_max_epu8(fours, _mm_srli_si128(fours, 8));
@@ -256,7 +258,8 @@ int TryIntraAvx2(DctTrial* trials, const uint8_t* block, const uint8_t* high) {
     Forward(&coefficients);
     PackedColumns samples[4];
     const int sampleSets = high == nullptr ? 1 : 4;
-    if (high == nullptr) samples[0] = ColumnsOf(block);
+    if (high == nullptr)
+        samples[0] = ColumnsOf(block);
     else
         for (int i = 0; i < 4; i++) samples[i] = ColumnsOfHigh(high, i / 2, i % 2);
     int count = 0;

@@ -17,11 +17,12 @@ constexpr int WINDOW_BYTES = 48; // of a row: two steps of 16 positions reach 40
 static inline void CopyWindow(uint8_t* window, const MotionTask* task) {
     const int rows = task->down - task->up + 8;
     const int bytes = task->right - task->left + 8;
-    const uint8_t* from = task->reference + task->up * task->pitch + task->left;
-    for (int row = 0; row < rows; row++, from += task->pitch, window += WINDOW_PITCH) {
+    for (int row = 0; row < rows; row++, window += WINDOW_PITCH) {
+        const uint8_t* from = task->reference + (task->up + row) * task->pitch + task->left;
         if (task->referenceEnd - from >= WINDOW_BYTES) {
             memcpy(window, from, WINDOW_BYTES);
         } else {
+            memset(window, 0, WINDOW_BYTES);
             memcpy(window, from, (size_t)bytes);
         }
     }

@@ -16,10 +16,10 @@
 namespace vorn {
 namespace {
 
-constexpr int MOST_POSITIONS = 31;      // along an axis
-constexpr int ROW_LANES = 32;           // lanes of a row of bounds
+constexpr int MOST_POSITIONS = 31;       // along an axis
+constexpr int ROW_LANES = 32;            // lanes of a row of bounds
 constexpr uint16_t NO_POSITION = 0x7fff; // above every bound and every SAD
-constexpr int MANY_SURVIVORS = 220;     // measured: from here on a full search of 961 positions costs no more
+constexpr int MANY_SURVIVORS = 220;      // measured: from here on a full search of 961 positions costs no more
 
 // The best so far. `order` is dy's step times 32 plus dx's step, the steps as in 0, 1, .. 15, -15, .. -1.
 struct BestMatch {
@@ -34,7 +34,8 @@ static inline int OrderOf(int dx, int dy) {
 static inline Displacement DisplacementOf(int order) {
     const int stepY = order / 32;
     const int stepX = order % 32;
-    return {(int8_t)(stepX > 15 ? stepX - MOST_POSITIONS : stepX), (int8_t)(stepY > 15 ? stepY - MOST_POSITIONS : stepY)};
+    return {(int8_t)(stepX > 15 ? stepX - MOST_POSITIONS : stepX),
+            (int8_t)(stepY > 15 ? stepY - MOST_POSITIONS : stepY)};
 }
 
 static inline void Offer(BestMatch* best, uint32_t error, int order) {
@@ -74,13 +75,14 @@ static inline void SumQuarters(const SourceRows* source, int16_t* quarters) {
         const __m128i b = source->rows[2 * half + 1];
         quarters[2 * half] = (int16_t)AddHalves(
             _mm_add_epi64(_mm_sad_epu8(_mm_and_si128(left, a), zero), _mm_sad_epu8(_mm_and_si128(left, b), zero)));
-        quarters[2 * half + 1] = (int16_t)AddHalves(
-            _mm_add_epi64(_mm_sad_epu8(_mm_andnot_si128(left, a), zero), _mm_sad_epu8(_mm_andnot_si128(left, b), zero)));
+        quarters[2 * half + 1] = (int16_t)AddHalves(_mm_add_epi64(_mm_sad_epu8(_mm_andnot_si128(left, a), zero),
+                                                                  _mm_sad_epu8(_mm_andnot_si128(left, b), zero)));
     }
 }
 
 // The bounds of all positions, ROW_LANES a row, NO_POSITION in the lanes behind the last. Returns the least.
-template <class Lanes> static inline int BoundPositions(int16_t* bounds, const MotionTask* task, const int16_t* quarters) {
+template <class Lanes>
+static inline int BoundPositions(int16_t* bounds, const MotionTask* task, const int16_t* quarters) {
     const int columns = task->right - task->left + 1;
     const int rows = task->down - task->up + 1;
     const int pitch = task->pitch;

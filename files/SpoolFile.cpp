@@ -10,6 +10,7 @@ namespace vorn {
 namespace {
 
 constexpr uint64_t UNKNOWN_SIZE = UINT64_MAX;
+constexpr uint64_t NO_POSITION = UINT64_MAX; // of a failed seek
 
 // Makes an object with a file behind it, or nothing. The buffer waits for the first transfer.
 SpoolFile* OpenSpool(uint32_t bufferBytes, const char* name, bool writing, bool shared) {
@@ -46,6 +47,7 @@ void PrepareBuffer(SpoolFile* file) {
 bool WriteThrough(SpoolFile* file, const uint8_t* source, uint32_t bytes) {
     const uint32_t written = platform->writeFile(file->handle, source, bytes);
     file->systemPosition += written;
+    if (written != bytes) file->incomplete = 1;
     return written == bytes;
 }
 
@@ -105,6 +107,7 @@ uint64_t SpoolSeek(SpoolFile* file, uint64_t target) {
         file->cursor = file->limit;
     }
     file->systemPosition = platform->seekFile(file->handle, static_cast<int64_t>(target), SeekOrigin::START);
+    if (file->systemPosition == NO_POSITION) file->incomplete = 1;
     return current;
 }
 
@@ -112,6 +115,11 @@ void SpoolFlush(SpoolFile* file, bool force) {
     if (!file->writing || file->cursor == 0) return;
     EmptyWriteBuffer(file);
     if (force) platform->flushFile(file->handle);
+}
+
+bool SpoolFinish(SpoolFile* file) {
+    EmptyWriteBuffer(file);
+    return file->incomplete == 0 && platform->flushFile(file->handle);
 }
 
 uint32_t SpoolRead(SpoolFile* file, void* destination, uint32_t bytes) {
@@ -171,6 +179,10 @@ void SpoolWriteWord(SpoolFile* file, uint32_t word) {
 
 NameResult DeleteNamedFile(const char* name) {
     return platform->deleteFile(name);
+}
+
+void SyncFolderOf(const char* name) {
+    platform->syncFolder(name);
 }
 
 NameResult RenameNamedFile(const char* newName, const char* oldName) {

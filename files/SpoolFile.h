@@ -20,6 +20,7 @@ struct SpoolFile {
     uint64_t systemPosition; // where the system's file pointer stands
     uint64_t knownSize;      // the file's size at least; all ones until first asked
     uint32_t writing;        // 1 made by SpoolCreate, 0 by SpoolOpen
+    uint32_t incomplete;     // set when any write at all came up short or a seek failed: the file isn't what it should be
 };
 
 namespace vorn {
@@ -38,11 +39,15 @@ uint64_t SpoolSize(SpoolFile* file);
 uint64_t SpoolSeek(SpoolFile* file, uint64_t target);
 // Empties the write buffer; with `force`, and if the buffer held data, commits to disk.
 void SpoolFlush(SpoolFile* file, bool force);
+// Writes out the buffer and commits to disk. True if every byte that was ever written reached the file.
+bool SpoolFinish(SpoolFile* file);
 uint32_t SpoolRead(SpoolFile* file, void* destination, uint32_t bytes);   // bytes delivered
 uint32_t SpoolWrite(SpoolFile* file, const void* source, uint32_t bytes); // bytes accepted
 void SpoolWriteWord(SpoolFile* file, uint32_t word);                      // low byte first
 
 NameResult DeleteNamedFile(const char* name);
 NameResult RenameNamedFile(const char* newName, const char* oldName);
+// Commits the entry of a named file in its folder to disk, as far as the system can.
+void SyncFolderOf(const char* name);
 
 } // namespace vorn

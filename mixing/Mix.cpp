@@ -37,13 +37,6 @@ bool ReadWords(SpoolFile* file, uint32_t* words, uint32_t count) {
     return true;
 }
 
-bool EmptyOutput(SpoolFile* output) {
-    // What a flush fails to write is missing from the logical position afterwards.
-    const uint64_t position = SpoolTell(output);
-    SpoolFlush(output, false);
-    return SpoolTell(output) == position && !output->writeError;
-}
-
 namespace {
 
 constexpr char DAMAGED[] = "Input Vorn file is damaged: ";
@@ -266,13 +259,9 @@ void WriteHead(Mix* mix) {
 
 // Whether all of the output is on disk, its head included. Nothing short of that may replace an older movie.
 bool OutputStands(Mix* mix) {
-    SpoolFile* const output = mix->output;
-    if (!EmptyOutput(output)) return false;
-    SpoolSeek(output, 0);
-    if (SpoolTell(output) != 0) return false;
+    SpoolSeek(mix->output, 0);
     WriteHead(mix);
-    return EmptyOutput(output) && platform->seekFile(output->handle, 0, SeekOrigin::END) == mix->outputEnd &&
-           platform->flushFile(output->handle);
+    return SpoolFinish(mix->output);
 }
 
 bool FinishOutput(Mix* mix) {
@@ -283,11 +272,13 @@ bool FinishOutput(Mix* mix) {
     SpoolClose(mix->output);
     mix->output = nullptr;
     mix->outputMade = false;
-    if (DeleteNamedFile(mix->outputName) != NameResult::FAILED)
-        RenameNamedFile(mix->outputName, mix->tempName);
-    else
+    if (DeleteNamedFile(mix->outputName) == NameResult::FAILED) {
         ReportMix(mix, "Vorn couldn't overwrite, '%s', so the new Vorn file is called: '%s'.", mix->outputName,
                   mix->tempName);
+        return true;
+    }
+    RenameNamedFile(mix->outputName, mix->tempName);
+    SyncFolderOf(mix->outputName);
     return true;
 }
 

@@ -9,31 +9,6 @@ uint32_t WordAt(const uint8_t* bytes) {
     return bytes[0] | uint32_t{bytes[1]} << 8 | uint32_t{bytes[2]} << 16 | uint32_t{bytes[3]} << 24;
 }
 
-// Whether an audio packet just written, from `start` to `end`, stands in the file as it should.
-// Its two leading words were patched by seeking back, and what a seek flushes may come up short without a mark. Every
-// byte behind the words is the file's last, so a loss there shows in its size; the words are read back.
-bool PatchedPacketStands(SpoolFile* output, uint64_t start, uint64_t end, uint32_t pcmBytes) {
-    if (!EmptyOutput(output)) return false;
-    const FileHandle handle = output->handle;
-    const uint64_t size = platform->seekFile(handle, 0, SeekOrigin::END);
-    uint8_t words[8] = {};
-    const bool found = size == end && end != UINT64_MAX &&
-                       platform->seekFile(handle, static_cast<int64_t>(start), SeekOrigin::START) == start &&
-                       platform->readFile(handle, words, sizeof words) == sizeof words;
-    const bool back = platform->seekFile(handle, static_cast<int64_t>(end), SeekOrigin::START) == end;
-    return found && back && WordAt(words) == static_cast<uint32_t>(end - start) - 4 && WordAt(words + 4) == pcmBytes;
-}
-
-bool WriteNewSound(Mix* mix, AudioTrackState* state, uint32_t frame) {
-    SpoolFile* const output = mix->output;
-    const uint64_t start = SpoolTell(output);
-    const uint32_t pcmStart = state->pcmDone;
-    WriteAudioPacket(output, state, frame, mix->header.rateNumerator, mix->header.rateDenominator, &mix->record);
-    const uint64_t end = SpoolTell(output);
-    if (end == start + 4) return true; // the lone word 0, which nothing patches
-    return PatchedPacketStands(output, start, end, state->pcmDone - pcmStart) || ReportWriteFailure(mix);
-}
-
 // Bytes of the track's audio packet at `position` of the frame packet of `size` bytes; 0 after a report.
 uint32_t AudioPacketBytes(Mix* mix, uint32_t frame, uint32_t track, uint32_t position, uint32_t size) {
     const uint32_t left = size - position;
@@ -70,7 +45,8 @@ bool WriteFrame(Mix* mix, uint32_t frame, uint32_t size) {
         if (entry->action == MixAction::KEEP) {
             SpoolWrite(mix->output, mix->packet + position, old);
         } else if (entry->action == MixAction::ENCODE) {
-            if (!WriteNewSound(mix, &entry->state, frame)) return false;
+            WriteAudioPacket(mix->output, &entry->state, frame, mix->header.rateNumerator,
+                             mix->header.rateDenominator, &mix->record);
         }
         position += old;
     }
@@ -80,7 +56,7 @@ bool WriteFrame(Mix* mix, uint32_t frame, uint32_t size) {
 
 // Enters the frame that was written from `start` on into the index.
 bool NoteFrame(Mix* mix, uint32_t frame, uint64_t start) {
-    if (mix->output->writeError) return ReportWriteFailure(mix);
+    if (mix->output->incomplete != 0) return ReportWriteFailure(mix);
     mix->outputEnd = SpoolTell(mix->output);
     if (mix->outputEnd > LAST_OFFSET) {
         ReportMix(

@@ -69,8 +69,6 @@ bool ReportWriteFailure(Mix* mix);
 
 // Reads `count` words of the file, low byte first. False if it ends before.
 bool ReadWords(SpoolFile* file, uint32_t* words, uint32_t count);
-// Empties the output's buffer; false if any write of it came up short.
-bool EmptyOutput(SpoolFile* output);
 
 // Silence in PCM bytes, a multiple of 4 cut to 32 bits, that the shift puts ahead of a track.
 uint32_t ShiftBytes(int32_t audioShift, uint32_t bytesPerSecond, uint32_t rateNumerator, uint32_t rateDenominator);

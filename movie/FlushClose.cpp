@@ -12,23 +12,39 @@ namespace {
 // All accesses are sequentially consistent: each side announces itself, then looks for the other.
 using Counter = std::atomic_ref<uint32_t>;
 
-// Either deletes the temporary file or puts it in the place of the final one.
-void SettleNames(VornMakeState* state, bool discard) {
+// Reports a text with the final name and the temporary one in it, in this order.
+void ReportNames(VornMakeState* state, const char* format) {
+    char text[512];
+    std::snprintf(text, sizeof text, format, state->finalName, state->tempName);
+    ReportMessage(state->progressCallback, state, text);
+}
+
+// Puts the temporary file in the place of the final one.
+void SwapNames(VornMakeState* state) {
+    if (DeleteNamedFile(state->finalName) == NameResult::FAILED) {
+        ReportNames(state, "Vorn couldn't overwrite, '%s', so the new Vorn file is called: '%s'.");
+        return;
+    }
+    if (RenameNamedFile(state->finalName, state->tempName) != NameResult::DONE) {
+        ReportMessage(state->progressCallback, state, "Vorn couldn't rename the temporary file.");
+    }
+    SyncFolderOf(state->finalName);
+}
+
+// Closes the file and gives the movie its name. One that isn't whole on disk never replaces another file: what could be
+// written of it stays under the temporary name.
+void SettleFile(VornMakeState* state, bool discard) {
+    const bool whole = !discard && SpoolFinish(state->file);
+    SpoolClose(state->file);
     if (discard) {
         DeleteNamedFile(state->tempName);
-        return;
+    } else if (whole) {
+        SwapNames(state);
+    } else {
+        ReportNames(state,
+                    "Vorn couldn't write the whole movie, so '%s' wasn't touched. What was written of it is called: "
+                    "'%s'.");
     }
-    if (DeleteNamedFile(state->finalName) != NameResult::FAILED) {
-        if (RenameNamedFile(state->finalName, state->tempName) != NameResult::DONE) {
-            ReportMessage(state->progressCallback, state, "Vorn couldn't rename the temporary file.");
-        }
-        return;
-    }
-    char text[512];
-    constexpr int FINAL_LENGTH = LONGEST_NAME;
-    std::snprintf(text, sizeof text, "Vorn couldn't overwrite, '%.*s', so the new Vorn file is called: '%.*s'.",
-                  FINAL_LENGTH, state->finalName, FINAL_LENGTH + 4, state->tempName);
-    ReportMessage(state->progressCallback, state, text);
 }
 
 // Compresses what is queued and makes the head final. If the head isn't to be had it stays as it was last written.
@@ -93,8 +109,7 @@ uint64_t VORN_CALL VornMakeClose(VornMakeState* state, uint32_t abort) {
     for (uint32_t i = 0; i < state->trackCount; i++) mokfree(state->tracks[i].encoder);
     TakeFileHold(state);
     const uint64_t size = SpoolSize(state->file);
-    SpoolClose(state->file);
-    SettleNames(state, abort != 0 || state->failed != 0);
+    SettleFile(state, abort != 0 || state->failed != 0);
     ReleaseFileHold(state);
     *state = {};
     mokfree(state);

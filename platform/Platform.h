@@ -44,6 +44,9 @@ struct Platform {
     void (*sleepMilliseconds)(uint32_t milliseconds);
 
     uint32_t (*processorCount)();    // 0 if unknown
+
+    // Commits the entry of a file in its folder to disk; where the system has no such thing it does nothing.
+    void (*syncFolder)(const char* name);
 };
 
 // The table of this system. Never changes.

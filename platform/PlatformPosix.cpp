@@ -9,9 +9,9 @@
 
 #include "platform/Platform.h"
 
-#include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 
 #include <fcntl.h>
@@ -19,6 +19,8 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "platform/StartSlots.h"
 
 namespace vorn {
 
@@ -118,8 +120,23 @@ uint64_t MovePointer(FileHandle file, int64_t offset, SeekOrigin origin) {
     return static_cast<uint64_t>(lseek(static_cast<int>(file), offset, whence));
 }
 
+// A file system that knows no commit has nothing to fail at.
 bool CommitFile(FileHandle file) {
-    return Uninterrupted([=] { return fsync(static_cast<int>(file)); }) == 0;
+    if (Uninterrupted([=] { return fsync(static_cast<int>(file)); }) == 0) return true;
+    return errno == EINVAL || errno == EROFS || errno == ENOTSUP;
+}
+
+void SyncFolder(const char* name) {
+    char folder[512];
+    const char* const slash = std::strrchr(name, '/');
+    const size_t length = slash == nullptr ? 1 : slash == name ? 1 : static_cast<size_t>(slash - name);
+    if (length >= sizeof folder) return;
+    std::memcpy(folder, slash == nullptr ? "." : name, length);
+    folder[length] = 0;
+    const int opened = open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (opened < 0) return;
+    Uninterrupted([=] { return fsync(opened); });
+    close(opened);
 }
 
 // Not repeated when interrupted: the descriptor is gone by then.
@@ -148,38 +165,21 @@ NameResult RenameFile(const char* newName, const char* oldName) {
     return ResultOf(rename(oldName, newName));
 }
 
-// What a new thread is to do. A slot is taken from the start of the thread until the thread has read it.
-struct StartSlot {
-    std::atomic<bool> taken;
-    void (*run)(void*);
-    void* argument;
-};
-constexpr uint32_t START_SLOTS = 256;
-constinit StartSlot startSlots[START_SLOTS] = {};
-
-void* RunStartSlot(void* pointer) {
-    StartSlot* slot = static_cast<StartSlot*>(pointer);
-    void (*run)(void*) = slot->run;
-    void* argument = slot->argument;
-    slot->taken.store(false, std::memory_order_release);
-    run(argument);
+void* ThreadMain(void* slot) {
+    RunStartSlot(static_cast<StartSlot*>(slot));
     return nullptr;
 }
 
 bool StartThread(ThreadHandle* thread, void (*run)(void*), void* argument) {
-    for (StartSlot& slot : startSlots) {
-        if (slot.taken.exchange(true, std::memory_order_acquire)) continue;
-        slot.run = run;
-        slot.argument = argument;
-        pthread_t started;
-        if (pthread_create(&started, nullptr, RunStartSlot, &slot) != 0) {
-            slot.taken.store(false, std::memory_order_release);
-            return false;
-        }
-        *thread = (ThreadHandle)started; // an integer or a pointer, as the system likes
-        return true;
+    StartSlot* slot = TakeStartSlot(run, argument);
+    if (slot == nullptr) return false;
+    pthread_t started;
+    if (pthread_create(&started, nullptr, ThreadMain, slot) != 0) {
+        FreeStartSlot(slot);
+        return false;
     }
-    return false;
+    *thread = (ThreadHandle)started; // an integer or a pointer, as the system likes
+    return true;
 }
 
 void JoinThread(ThreadHandle thread) {
@@ -226,7 +226,7 @@ uint32_t ProcessorCount() {
 const Platform SYSTEM_PLATFORM = {
     CreateLockedFile, OpenLockedFile,   ReadBytes,         WriteBytes,     MovePointer, CommitFile,
     CloseFile,        DeleteFile,       RenameFile,        StartThread,    JoinThread,  CounterFrequency,
-    CounterRead,      TickMilliseconds, SleepMilliseconds, ProcessorCount,
+    CounterRead,      TickMilliseconds, SleepMilliseconds, ProcessorCount, SyncFolder,
 };
 
 } // namespace vorn

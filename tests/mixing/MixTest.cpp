@@ -187,6 +187,7 @@ Platform DiskPlatform() {
     table.writeFile = WriteOnDisk;
     table.seekFile = SeekOnDisk;
     table.flushFile = [](FileHandle) { return true; };
+    table.syncFolder = [](const char*) {};
     table.closeFile = [](FileHandle handle) { openFiles.erase(handle); };
     table.deleteFile = [](const char* name) { return disk.erase(name) ? NameResult::DONE : NameResult::MISSING; };
     table.renameFile = [](const char* newName, const char* oldName) {

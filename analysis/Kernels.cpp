@@ -7,7 +7,7 @@ namespace vorn {
 
 namespace {
 
-constexpr AnalysisKernels PLAIN = {false, SearchMotionPlain, TryIntraPlain, TryInterPlain};
+constexpr AnalysisKernels PLAIN = {false, SearchMotionPlain, TryIntraPlain, TryInterPlain, ListRunsPlain};
 
 #if defined(__x86_64__) || defined(__i386__)
 // A level takes over what it has no better twin for.
@@ -20,10 +20,12 @@ constexpr AnalysisKernels WithAvx2(AnalysisKernels kernels) {
     kernels.searchMotion = SearchMotionAvx2;
     kernels.tryIntra = TryIntraAvx2;
     kernels.tryInter = TryInterAvx2;
+    kernels.listRuns = ListRunsAvx2;
     return kernels;
 }
 constexpr AnalysisKernels WithAvx512(AnalysisKernels kernels) {
     kernels.searchMotion = SearchMotionAvx512;
+    kernels.listRuns = ListRunsAvx512;
     return kernels;
 }
 constexpr AnalysisKernels TABLES[CPU_LEVELS] = {PLAIN, WithSse2(PLAIN), WithAvx2(WithSse2(PLAIN)),

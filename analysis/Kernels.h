@@ -4,6 +4,7 @@
 
 #include "analysis/DctKernels.h"
 #include "analysis/MotionKernels.h"
+#include "analysis/RunKernels.h"
 #include "platform/CpuLevel.h"
 
 namespace vorn {
@@ -13,6 +14,7 @@ struct AnalysisKernels {
     SearchMotionKernel searchMotion;
     TryIntraKernel tryIntra;
     TryInterKernel tryInter;
+    ListRunsKernel listRuns;
 };
 
 // The table of a level; the machine must be able to run it.

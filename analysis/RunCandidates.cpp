@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "analysis/Evaluators.h"
+#include "analysis/Kernels.h"
 #include "blocks/CandidateLists.h"
 #include "blocks/PixelOps.h"
 #include "blocks/Runs.h"
@@ -63,8 +64,10 @@ uint32_t RunError(const uint8_t* smooth, const uint8_t* scanned, int order, cons
     return SadHighBlock(shown, high);
 }
 
-// The candidates of an 8x8 block, or of a half-scale block if `high` is given, thinned to a staircase.
-int ListRuns(BlockCandidate* list, const uint8_t* block, const uint8_t* high, uint32_t colourBits, uint32_t runBits) {
+} // namespace
+
+int ListRunsPlain(BlockCandidate* list, const uint8_t* block, const uint8_t* high, uint32_t colourBits,
+                  uint32_t runBits) {
     uint8_t scanned[BLOCK_SAMPLES];
     uint8_t smooth[BLOCK_SAMPLES];
     uint8_t memoLengths[BLOCK_SAMPLES] = {};
@@ -79,18 +82,16 @@ int ListRuns(BlockCandidate* list, const uint8_t* block, const uint8_t* high, ui
                          static_cast<uint16_t>(order * 256 + threshold), MODE_RUN};
         threshold = next;
     }
-    return PruneRuns(list, count);
+    return count;
 }
 
-} // namespace
-
 int RunCandidates(BlockCandidate* list, const uint8_t* src, uint32_t colourBits, uint32_t runBits) {
-    return ListRuns(list, src, nullptr, colourBits, runBits);
+    return PruneRuns(list, Kernels().listRuns(list, src, nullptr, colourBits, runBits));
 }
 
 int HighRunCandidates(BlockCandidate* list, const uint8_t* high, const uint8_t* half, uint32_t colourBits,
                       uint32_t runBits) {
-    return ListRuns(list, half, high, colourBits, runBits);
+    return PruneRuns(list, Kernels().listRuns(list, half, high, colourBits, runBits));
 }
 
 } // namespace vorn

@@ -35,6 +35,7 @@ MotionTask TaskOfBlock(const WorkQueue* queue, uint32_t index);
 
 // Two colours: the best pair over all splits of the sorted samples. False if all samples are equal.
 bool FindColourPair(const uint8_t* sorted, int* low, int* high);
+bool FindColourPairPlain(const uint8_t* sorted, int* low, int* high); // its definition
 int PatternCandidates(BlockCandidate* list, const uint8_t* sorted, const uint8_t* src, uint32_t colourBits,
                       uint32_t patternBits);
 int RunCandidates(BlockCandidate* list, const uint8_t* src, uint32_t colourBits, uint32_t runBits);
@@ -43,6 +44,9 @@ int InterCandidates(BlockCandidate* list, const uint8_t* src, const int8_t* resi
                     const CostModel* costModel);
 int ResidueCandidates(BlockCandidate* list, const uint8_t* src, const int8_t* residual, const uint8_t* moved,
                       uint32_t motionBits);
+// Its definition: the stream is written and read back.
+int ResidueCandidatesPlain(BlockCandidate* list, const uint8_t* src, const int8_t* residual, const uint8_t* moved,
+                           uint32_t motionBits);
 
 // 16x16 blocks, the same evaluators at half scale: `high` 256 samples, 16 a row; `half` the block at half scale; errors are measured on all 256.
 uint32_t SadHighBlock(const uint8_t* half, const uint8_t* high);

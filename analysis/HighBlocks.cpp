@@ -15,19 +15,14 @@ void LoadHighBlock(uint8_t* block, const uint8_t* plane, ptrdiff_t pitch) {
 
 // One colour, sought and measured at full scale: the median of the 256 samples.
 BlockCandidate HighFillCandidate(const uint8_t* high, const CostModel* costModel) {
-    uint8_t sorted[HIGH_SAMPLES];
-    std::memcpy(sorted, high, HIGH_SAMPLES);
-    SortBytes(sorted, HIGH_SAMPLES);
-    const int colour = (sorted[127] + sorted[128]) >> 1;
+    const int colour = HighMedian(high);
     return {costModel->colourBits, SadColour(high, HIGH_SAMPLES, colour), static_cast<uint16_t>(colour), MODE_FILL};
 }
 
 } // namespace
 
 uint32_t SadHighBlock(const uint8_t* half, const uint8_t* high) {
-    uint8_t doubled[HIGH_SAMPLES];
-    DoubleBlock(doubled, half, HIGH_SIDE);
-    return SadSamples(doubled, high, HIGH_SAMPLES);
+    return SadDoubled(half, high);
 }
 
 // `sameHigh` is not read on a key frame. An empty list means that the reference already shows what half scale would.

@@ -9,6 +9,9 @@ namespace vorn {
 int PruneHull(BlockCandidate* list, int count);
 // Reduces a list to its staircase: bits rise strictly, errors fall strictly. Returns the new count.
 int PruneRuns(BlockCandidate* list, int count);
+// The two by their plain rules, which also settle which of equal entries survives. Any bits below 2^31.
+int PruneHullPlain(BlockCandidate* list, int count);
+int PruneRunsPlain(BlockCandidate* list, int count);
 // Thins a list to `limit` entries at an even spacing, first and last kept. Returns the new count.
 int LimitList(BlockCandidate* list, int count, int limit);
 

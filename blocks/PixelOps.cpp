@@ -1,4 +1,4 @@
-// PixelOps.cpp - copies, differences, sums and sorting of samples: the plain versions, which are the definition.
+// PixelOps.cpp - copies of blocks, and the plain versions of the pixel operations, which are the definition.
 #include "blocks/PixelOps.h"
 
 #include <algorithm>
@@ -25,7 +25,7 @@ void SortShort(uint8_t* bytes, int count) {
 
 // Counts every value, then writes those that occur in rising order.
 void SortByCounting(uint8_t* bytes, int count) {
-    int tally[256] = {};
+    uint32_t tally[256] = {};
     uint64_t present[4] = {}; // bit v of the 256 is set if value v occurs
     for (int i = 0; i < count; i++) {
         const unsigned value = bytes[i];
@@ -36,7 +36,7 @@ void SortByCounting(uint8_t* bytes, int count) {
     for (int word = 0; word < 4; word++) {
         for (uint64_t left = present[word]; left != 0; left &= left - 1) {
             const int value = word * 64 + __builtin_ctzll(left);
-            std::memset(out, value, static_cast<size_t>(tally[value]));
+            std::memset(out, value, tally[value]);
             out += tally[value];
         }
     }
@@ -52,7 +52,7 @@ void StoreBlock(uint8_t* plane, const uint8_t* block, int pitch) {
     for (int row = 0; row < BLOCK_SIDE; row++) std::memcpy(plane + row * pitch, block + row * BLOCK_SIDE, BLOCK_SIDE);
 }
 
-void DiffBlock(uint8_t* out, const uint8_t* a, const uint8_t* b, int pitchIn, int pitchOut) {
+void DiffBlockPlain(uint8_t* out, const uint8_t* a, const uint8_t* b, int pitchIn, int pitchOut) {
     for (int row = 0; row < BLOCK_SIDE; row++) {
         const uint8_t* rowA = a + row * pitchIn;
         const uint8_t* rowB = b + row * pitchIn;
@@ -62,34 +62,43 @@ void DiffBlock(uint8_t* out, const uint8_t* a, const uint8_t* b, int pitchIn, in
     }
 }
 
-void AddBlock(uint8_t* out, const uint8_t* a, const uint8_t* b) {
+void AddBlockPlain(uint8_t* out, const uint8_t* a, const uint8_t* b) {
     for (int i = 0; i < BLOCK_SAMPLES; i++) out[i] = static_cast<uint8_t>(a[i] + b[i]);
 }
 
-uint32_t SadBlock(const uint8_t* a, const uint8_t* b) {
-    return SadSamples(a, b, BLOCK_SAMPLES);
-}
-
-uint32_t SadColour(const uint8_t* block, int samples, int colour) {
+uint32_t SadColourPlain(const uint8_t* block, int samples, int colour) {
     uint32_t sum = 0;
     for (int i = 0; i < samples; i++) sum += Distance(block[i], colour);
     return sum;
 }
 
-uint32_t SadSamples(const uint8_t* a, const uint8_t* b, uint32_t samples) {
+uint32_t SadSamplesPlain(const uint8_t* a, const uint8_t* b, uint32_t samples) {
     uint32_t sum = 0;
     for (uint32_t i = 0; i < samples; i++) sum += Distance(a[i], b[i]);
     return sum;
 }
 
-void SortBytes(uint8_t* bytes, int count) {
+uint32_t SadDoubledPlain(const uint8_t* half, const uint8_t* high) {
+    uint8_t doubled[HIGH_SAMPLES];
+    DoubleBlockPlain(doubled, half, HIGH_SIDE);
+    return SadSamplesPlain(doubled, high, HIGH_SAMPLES);
+}
+
+void SortBytesPlain(uint8_t* bytes, int count) {
     if (count <= SHORT_SORT)
         SortShort(bytes, count);
     else
         SortByCounting(bytes, count);
 }
 
-void DoubleBlock(uint8_t* plane, const uint8_t* block, int pitch) {
+int HighMedianPlain(const uint8_t* high) {
+    uint8_t sorted[HIGH_SAMPLES];
+    std::memcpy(sorted, high, HIGH_SAMPLES);
+    SortBytesPlain(sorted, HIGH_SAMPLES);
+    return (sorted[HIGH_SAMPLES / 2 - 1] + sorted[HIGH_SAMPLES / 2]) >> 1;
+}
+
+void DoubleBlockPlain(uint8_t* plane, const uint8_t* block, int pitch) {
     for (int row = 0; row < HIGH_SIDE; row++) {
         const uint8_t* from = block + row / 2 * BLOCK_SIDE;
         uint8_t* to = plane + row * pitch;
@@ -97,7 +106,7 @@ void DoubleBlock(uint8_t* plane, const uint8_t* block, int pitch) {
     }
 }
 
-void HalveBlock(uint8_t* out, const uint8_t* plane, int width, int height, int pitch) {
+void HalveBlockPlain(uint8_t* out, const uint8_t* plane, int width, int height, int pitch) {
     for (int row = 0; row + 1 < height; row += 2) {
         const uint8_t* above = plane + row * pitch;
         const uint8_t* below = above + pitch;
@@ -112,6 +121,11 @@ void HalveBlock(uint8_t* out, const uint8_t* plane, int width, int height, int p
             *out++ = static_cast<uint8_t>((low + high) >> 1);
         }
     }
+}
+
+void MapToColoursPlain(uint8_t* mapped, const uint8_t* block, int low, int high) {
+    for (int i = 0; i < BLOCK_SAMPLES; i++)
+        mapped[i] = static_cast<uint8_t>(IsNearerLow(low, high, block[i]) ? low : high);
 }
 
 } // namespace vorn

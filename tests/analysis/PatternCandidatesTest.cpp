@@ -77,6 +77,31 @@ TEST(PatternCandidates, EqualTheSlowSearch) {
     EXPECT_GT(offered, 900);
 }
 
+// Samples of few values a block: many splits repeat the pair before them, the best one among them now and then.
+TEST(PatternCandidates, PairsOfAllSplitsAtOnceEqualThePlainSearch) {
+    Noise noise = {8};
+    int found = 0;
+    for (int round = 0; round < 20000; round++) {
+        uint8_t sorted[64];
+        const uint32_t range = 1u << (NextNoise(&noise) % 9);
+        const uint32_t base = NextNoise(&noise) % (257 - range);
+        const uint32_t rare = 1 + NextNoise(&noise) % 8;
+        for (uint8_t& sample : sorted)
+            sample =
+                static_cast<uint8_t>(base + (NextNoise(&noise) % rare == 0 ? NextNoise(&noise) % range : range / 2));
+        std::sort(sorted, sorted + 64);
+        int low = -1;
+        int high = -1;
+        const int pair = SlowPair(sorted);
+        ASSERT_EQ(FindColourPair(sorted, &low, &high), pair >= 0) << round;
+        ASSERT_EQ(pair, pair < 0 ? -1 : high * 256 + low) << round;
+        ASSERT_EQ(FindColourPairPlain(sorted, &low, &high), pair >= 0) << round;
+        ASSERT_EQ(pair, pair < 0 ? -1 : high * 256 + low) << round;
+        found += pair < 0 ? 0 : 1;
+    }
+    EXPECT_GT(found, 15000);
+}
+
 // Two values 40 and 90: exact if at least two samples are low. A single low one pulls the low colour up to the mean.
 TEST(PatternCandidates, TwoValuedBlocks) {
     for (int lows : {1, 2, 3, 32, 62, 63}) {

@@ -96,6 +96,39 @@ TEST(ResidueCandidates, EqualTheReaderAtEveryLimit) {
     EXPECT_GT(ended, 0);
 }
 
+// The walk without a stream against the stream itself. References near both ends of the scale make residuals that wrap.
+TEST(ResidueCandidates, EqualTheLadderReadBack) {
+    Noise noise = {12};
+    int wrapped = 0;
+    for (int round = 0; round < 3000; round++) {
+        Ladder ladder;
+        Clear(&ladder);
+        const uint32_t spread = 1u << (1 + round % 8);
+        const uint32_t sparse = 1 + NextNoise(&noise) % 10;
+        for (int i = 0; i < 64; i++) {
+            const uint32_t end = NextNoise(&noise);
+            ladder.moved[i] = static_cast<uint8_t>(round % 3 == 0 ? end : end % 2 == 0 ? end % 9 : 255 - end % 9);
+            if (NextNoise(&noise) % sparse != 0) continue;
+            ladder.residual[i] =
+                static_cast<int8_t>(static_cast<int>(NextNoise(&noise) % spread) - static_cast<int>(spread / 2));
+        }
+        // The greatest spread, every second time without a -128 and its negative weights.
+        for (int8_t& value : ladder.residual)
+            value = static_cast<int8_t>(value == -128 && round % 16 == 7 ? 127 : value);
+        List(&ladder);
+        BlockCandidate expected[MAX_RESIDUE_STEPS];
+        const int count = ResidueCandidatesPlain(expected, ladder.src, ladder.residual, ladder.moved, MOTION_BITS);
+        ASSERT_EQ(ladder.count, count) << round;
+        for (int k = 0; k < count; k++) {
+            ASSERT_EQ(ladder.list[k].bits, expected[k].bits) << round << " " << k;
+            ASSERT_EQ(ladder.list[k].error, expected[k].error) << round << " " << k;
+            ASSERT_EQ(ladder.list[k].payload, k);
+        }
+        for (int i = 0; i < 64; i++) wrapped += std::abs(ladder.src[i] - ladder.moved[i]) > 128 ? 1 : 0;
+    }
+    EXPECT_GT(wrapped, 10000);
+}
+
 TEST(ResidueCandidates, KnownLadders) {
     Ladder ladder;
     Clear(&ladder);

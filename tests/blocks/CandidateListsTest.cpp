@@ -64,6 +64,16 @@ std::vector<BlockCandidate> RandomList(std::mt19937* random, int count, uint32_t
     return list;
 }
 
+void ExpectSame(const BlockCandidate* a, int countA, const BlockCandidate* b, int countB) {
+    ASSERT_EQ(countA, countB);
+    for (int i = 0; i < countA; i++) {
+        ASSERT_EQ(a[i].bits, b[i].bits) << i;
+        ASSERT_EQ(a[i].error, b[i].error) << i;
+        ASSERT_EQ(a[i].payload, b[i].payload) << i;
+        ASSERT_EQ(a[i].mode, b[i].mode) << i;
+    }
+}
+
 } // namespace
 
 // Small ranges are full of equal points and of points on one line.
@@ -85,6 +95,39 @@ TEST(CandidateLists, ChainsEqualSlowSearch) {
         for (int i = 0; i < hullCount; i++) { // entries move as a whole
             EXPECT_EQ(hull[static_cast<size_t>(i)].error, list[hull[static_cast<size_t>(i)].payload].error);
         }
+    }
+}
+
+// The plain rules decide which of equal entries stays. Few values bring twins and lines; odd lengths end within a vector; the
+// greatest range goes past the bounds of the quick ways. Some lists look like those of blocks: a few ladders, each of rising
+// bits, of which some repeat entries.
+TEST(CandidateLists, QuickWaysEqualThePlainRules) {
+    std::mt19937 random(3);
+    const uint32_t ranges[] = {3, 6, 20, 300, 70000, (1u << 24) + 1000, 1u << 27};
+    for (int round = 0; round < 20000; round++) {
+        const int count = 1 + static_cast<int>(Draw(&random, round % 10 == 0 ? SCRATCH_CANDIDATES : 70));
+        std::vector<BlockCandidate> list;
+        BlockCandidate last = Make(0, 0);
+        const uint32_t bitRange = ranges[Draw(&random, 7)];
+        const uint32_t errorRange = ranges[Draw(&random, 7)];
+        const bool ladders = round % 2 == 0;
+        for (int i = 0; i < count; i++) {
+            if (!ladders || Draw(&random, 15) == 0) {
+                last.bits = Draw(&random, bitRange);
+                last.error = Draw(&random, errorRange);
+            } else if (Draw(&random, 4) != 0) {
+                last.bits += Draw(&random, bitRange / 16 + 2);
+                last.error -= last.error / (2 + Draw(&random, 30));
+            }
+            last.payload = static_cast<uint16_t>(i);
+            list.push_back(last);
+        }
+        std::vector<BlockCandidate> quick = list;
+        std::vector<BlockCandidate> plain = list;
+        ExpectSame(quick.data(), PruneHull(quick.data(), count), plain.data(), PruneHullPlain(plain.data(), count));
+        quick = plain = list;
+        ExpectSame(quick.data(), PruneRuns(quick.data(), count), plain.data(), PruneRunsPlain(plain.data(), count));
+        ASSERT_FALSE(HasFailure()) << "round " << round;
     }
 }
 

@@ -121,6 +121,81 @@ TEST(PixelOps, DoublingThenHalvingGivesTheBlockBack) {
     EXPECT_EQ(0, std::memcmp(halved, block, sizeof(block)));
 }
 
+// Every operation against its plain version: all contents, odd addresses, pitches with room between the rows, and nothing
+// written beside the output.
+TEST(PixelOps, FastVersionsEqualThePlainOnes) {
+    constexpr int pitch = 37;
+    constexpr int room = pitch * 20;
+    Noise noise = {6};
+    for (int round = 0; round < 600; round++) {
+        uint8_t a[room];
+        uint8_t b[room];
+        uint8_t fast[room];
+        uint8_t plain[room];
+        FillSamples(a, pitch, 20, static_cast<Content>(round % CONTENTS), &noise);
+        FillSamples(b, pitch, 20, static_cast<Content>(round / CONTENTS % CONTENTS), &noise);
+        const uint8_t* x = a + round % 17;
+        const uint8_t* y = b + round % 13;
+        const int at = 5 + round % 16;
+        const int colour = static_cast<int>(NextNoise(&noise) % 256);
+        const int other = static_cast<int>(NextNoise(&noise) % 256);
+        const auto expectSame = [&](const char* what, auto operation, auto definition) {
+            std::memset(fast, 0xa5, room);
+            std::memset(plain, 0xa5, room);
+            operation(fast + at);
+            definition(plain + at);
+            EXPECT_EQ(0, std::memcmp(fast, plain, room)) << what << " " << round;
+        };
+        expectSame(
+            "DiffBlock", [&](uint8_t* out) { DiffBlock(out, x, y, pitch, 11); },
+            [&](uint8_t* out) { DiffBlockPlain(out, x, y, pitch, 11); });
+        expectSame(
+            "AddBlock", [&](uint8_t* out) { AddBlock(out, x, y); }, [&](uint8_t* out) { AddBlockPlain(out, x, y); });
+        expectSame(
+            "DoubleBlock", [&](uint8_t* out) { DoubleBlock(out, x, pitch); },
+            [&](uint8_t* out) { DoubleBlockPlain(out, x, pitch); });
+        const int width = round % 3 == 0 ? 16 : round % 3 == 1 ? 32 : 10;
+        expectSame(
+            "HalveBlock", [&](uint8_t* out) { HalveBlock(out, x, width, 16, pitch); },
+            [&](uint8_t* out) { HalveBlockPlain(out, x, width, 16, pitch); });
+        expectSame(
+            "MapToColours", [&](uint8_t* out) { MapToColours(out, x, colour, other); },
+            [&](uint8_t* out) { MapToColoursPlain(out, x, colour, other); });
+        const int samples = round % 260;
+        EXPECT_EQ(SadSamples(x, y, static_cast<uint32_t>(samples)),
+                  SadSamplesPlain(x, y, static_cast<uint32_t>(samples)));
+        EXPECT_EQ(SadColour(x, samples, colour), SadColourPlain(x, samples, colour));
+        EXPECT_EQ(SadDoubled(x, y), SadDoubledPlain(x, y));
+        EXPECT_EQ(HighMedian(x), HighMedianPlain(x));
+        ASSERT_FALSE(HasFailure()) << round;
+    }
+}
+
+// What sorts all sequences of zeros and ones sorts everything: here all numbers of ones at many random places.
+TEST(PixelOps, SortsZerosAndOnes) {
+    Noise noise = {7};
+    for (int ones = 0; ones <= BLOCK_SAMPLES; ones++) {
+        for (int round = 0; round < 300; round++) {
+            uint8_t bytes[BLOCK_SAMPLES] = {};
+            for (int set = 0; set < ones;) {
+                uint8_t& sample = bytes[NextNoise(&noise) % BLOCK_SAMPLES];
+                set += sample == 0 ? 1 : 0;
+                sample = 1;
+            }
+            SortBytes(bytes, BLOCK_SAMPLES);
+            for (int i = 0; i < BLOCK_SAMPLES; i++) ASSERT_EQ(bytes[i], i >= BLOCK_SAMPLES - ones ? 1 : 0) << ones;
+        }
+    }
+}
+
+TEST(PixelOps, MiddleOfTwoHalves) {
+    uint8_t high[HIGH_SAMPLES];
+    for (int lows : {0, 127, 128, 129, 256}) {
+        for (int i = 0; i < HIGH_SAMPLES; i++) high[i] = i * 37 % HIGH_SAMPLES < lows ? 10 : 255;
+        EXPECT_EQ(HighMedian(high), lows < 128 ? 255 : lows == 128 ? 132 : 10);
+    }
+}
+
 TEST(PixelOps, ASampleHalfwayGoesToTheHighColour) {
     EXPECT_FALSE(IsNearerLow(10, 20, 15));
     EXPECT_TRUE(IsNearerLow(10, 20, 14));

@@ -2,7 +2,6 @@
 #include "allocation/CostModels.h"
 
 #include <cmath>
-#include <cstring>
 
 #include "blocks/BlockRecord.h"
 #include "numeric/PortableMath.h"
@@ -56,25 +55,6 @@ uint32_t RefreshEstimate(CostHistory* history) {
     const uint32_t estimate = bits * 256 / elements;
     if (estimate < history->lower) return history->lower;
     return estimate > history->upper ? history->upper : estimate;
-}
-
-bool DiffersBeyond(int a, int b, int distance) {
-    return a - b > distance || b - a > distance;
-}
-
-// Counts the samples that would pass as colours: those unlike the one before them, in raster order over the row ends, and
-// on a delta frame more than 1 away from the reference. The first sample of all always counts as unlike.
-void CountColours(SampleTable* table, const uint8_t* source, const uint8_t* reference, uint64_t samples) {
-    std::memset(table, 0, sizeof *table);
-    int previous = (source[0] + 255) % 256;
-    for (uint64_t i = 0; i < samples; i++) {
-        const int sample = source[i];
-        if (sample != previous && (reference == nullptr || DiffersBeyond(sample, reference[i], 1))) {
-            table->counts[sample]++;
-            table->total++;
-        }
-        previous = sample;
-    }
 }
 
 } // namespace

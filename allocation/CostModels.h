@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "allocation/SampleTables.h"
 #include "public/vornmake.h"
 
 namespace vorn {
@@ -20,11 +21,6 @@ void PrepareCostModel(CostModel* model, const uint8_t* sourcePlane, const uint8_
 // After the plane is coded: what colours really cost becomes the next correction.
 void ApplyColourFeedback(CostModel* model);
 
-// A table of sample values: 256 counts and their total.
-struct SampleTable {
-    uint32_t counts[256];
-    uint32_t total;
-};
 // The information in the table, in bytes.
 uint32_t EstimateEntropyBits(const SampleTable& table);
 

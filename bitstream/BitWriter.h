@@ -10,7 +10,7 @@ struct BitWriter {
     uint8_t* position;    // next word
     uint8_t* start;
     uint8_t* end;         // first byte behind the room
-    uint32_t accumulator; // bits not yet stored
+    uint64_t accumulator; // bits not yet stored
     uint32_t used;        // how many, 0 to 31
     bool overflow;
 };
@@ -49,19 +49,18 @@ inline void StoreAccumulator(BitWriter* writer) {
         writer->overflow = true;
         return;
     }
-    StoreWord(writer->position, writer->accumulator);
+    StoreWord(writer->position, static_cast<uint32_t>(writer->accumulator));
     writer->position += 4;
 }
 
-// Appends the low `bits` bits of value, at most 31.
+// Appends the low `bits` bits of value, at most 32.
 inline void WriteBits(BitWriter* writer, uint32_t value, uint32_t bits) {
-    value &= BitMask(bits);
-    writer->accumulator |= value << writer->used;
+    writer->accumulator |= static_cast<uint64_t>(value & BitMask(bits)) << writer->used;
     writer->used += bits;
     if (writer->used < 32) return;
     StoreAccumulator(writer);
     writer->used -= 32;
-    writer->accumulator = writer->used == 0 ? 0 : value >> (bits - writer->used);
+    writer->accumulator >>= 32;
 }
 
 // Zero bits up to a word boundary; nothing at one.
@@ -102,10 +101,10 @@ inline uint32_t ReadBits(BitReader* reader, uint32_t bits) {
     return low | (word & BitMask(missing)) << have;
 }
 
-// Appends `bits` bits of a reader.
-inline void CopyBits(BitWriter* writer, BitReader* reader, uint32_t bits) {
-    for (; bits >= 16; bits -= 16) WriteBits(writer, ReadBits(reader, 16), 16);
-    WriteBits(writer, ReadBits(reader, bits), bits);
+// Appends the first `bits` bits of whole words.
+inline void CopyWords(BitWriter* writer, const uint8_t* words, uint32_t bits) {
+    for (; bits >= 32; bits -= 32, words += 4) WriteBits(writer, LoadWord(words), 32);
+    if (bits > 0) WriteBits(writer, LoadWord(words), bits);
 }
 
 } // namespace vorn

@@ -41,9 +41,7 @@ void RewindBlockData(BlockDataList* list) {
 void CopyNextBitString(BitWriter* writer, BlockDataList* list) {
     BitString* string = list->read;
     if (string == nullptr) return;
-    BitReader reader;
-    StartReader(&reader, StringWords(string), WordBytes(string->bits));
-    CopyBits(writer, &reader, string->bits);
+    CopyWords(writer, StringWords(string), string->bits);
     list->read = string->next;
 }
 

@@ -3,6 +3,8 @@
 // is sent whole: the p - 1 low bits of its magnitude and a sign bit, 1 for negative.
 #include "bitstream/CoefficientCoder.h"
 
+#include <cstring>
+
 #include "bitstream/NodeWriter.h"
 
 namespace vorn {
@@ -15,15 +17,45 @@ uint32_t Magnitude(int16_t value) {
     return static_cast<uint32_t>(value < 0 ? -value : value);
 }
 
-void WalkCoefficients(WalkedBlock* block, const int16_t* coefficients) {
-    block->magnitude[0] = 0;
-    block->negative[0] = false;
-    for (int k = 1; k < BLOCK_SAMPLES; k++) {
-        const int16_t value = coefficients[WALK_ORDER[k]];
-        block->magnitude[k] = Magnitude(value);
-        block->negative[k] = value < 0;
+// The number of the coefficient at each block position: WALK_ORDER the other way round.
+// clang-format off
+constexpr uint8_t NUMBER_AT[BLOCK_SAMPLES] = {
+     0,  1,  4,  5,  8,  9, 12, 13,
+     2,  3,  6,  7, 10, 11, 14, 15,
+    24, 25, 44, 45, 16, 17, 20, 21,
+    26, 27, 46, 47, 18, 19, 22, 23,
+    28, 29, 32, 33, 48, 49, 52, 53,
+    30, 31, 34, 35, 50, 51, 54, 55,
+    36, 37, 40, 41, 56, 57, 60, 61,
+    38, 39, 42, 43, 58, 59, 62, 63,
+};
+// clang-format on
+
+// Bit i is set if value i isn't 0.
+uint64_t FindValues(const int16_t* values) {
+    uint8_t marks[BLOCK_SAMPLES];
+    for (int i = 0; i < BLOCK_SAMPLES; i++) marks[i] = values[i] != 0;
+    uint64_t found = 0;
+    for (int i = 0; i < BLOCK_SAMPLES; i += 8) {
+        uint64_t eight = 0;
+        for (int k = 7; k >= 0; k--) eight = eight << 8 | marks[i + k];
+        found |= (eight * 0x0102040810204080u >> 56) << i; // moves the marks next to each other
     }
-    MeasureNodes(block);
+    return found;
+}
+
+void WalkCoefficients(WalkedBlock* block, const int16_t* coefficients) {
+    StartWalk(block);
+    for (uint64_t left = FindValues(coefficients) & ~uint64_t{1}; left != 0; left &= left - 1) {
+        const int at = __builtin_ctzll(left);
+        const int n = NUMBER_AT[at];
+        const uint32_t magnitude = Magnitude(coefficients[at]);
+        const uint32_t length = BitLength(magnitude);
+        const uint32_t top = 1u << (length - 1);
+        block->length[n] = static_cast<uint8_t>(length);
+        block->sent[n] = static_cast<uint16_t>(magnitude - top + (coefficients[at] < 0 ? top : 0));
+        block->groups[n / GROUP_SIZE] |= magnitude;
+    }
 }
 
 // Flags of a node that is first looked at in plane `from`: one a plane until it opens, or down to the last plane.
@@ -59,15 +91,15 @@ uint32_t TreeBits(const uint32_t* groups, uint32_t planes) {
 void WriteCoefficients(BitWriter* writer, const int16_t* coefficients) {
     WalkedBlock block;
     WalkCoefficients(&block, coefficients);
-    WriteBits(writer, block.longest, DCT_HEAD_BITS);
-    NodeList nodes;
-    StartNodes(&nodes, DCT_NODES);
-    for (uint32_t plane = block.longest; plane > 0; plane--) {
-        WriteNodePass(writer, &nodes, block, plane, [&](int n) {
-            WriteBits(writer, block.magnitude[n], plane - 1);
-            WriteBits(writer, block.negative[n], 1);
-        });
+    const uint32_t planes = LongestOf(block);
+    BitWriter own = *writer; // nothing else points to it, so it can stay in registers
+    WriteBits(&own, planes, DCT_HEAD_BITS);
+    NodePlaces places;
+    StartPlaces(&places, block, planes, DCT_NODES);
+    for (uint32_t plane = planes; plane > 0; plane--) {
+        WriteNodePass(&own, &places, block, plane, plane, [](int) {});
     }
+    *writer = own;
 }
 
 // The order of the flags doesn't matter for their number, so nothing is walked: each node's flags and each group's bits follow

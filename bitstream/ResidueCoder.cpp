@@ -16,12 +16,14 @@ int8_t Wrapped(int value) {
 }
 
 void WalkResidual(WalkedBlock* block, const int8_t* residual) {
-    for (int k = 0; k < BLOCK_SAMPLES; k++) {
-        const int value = residual[WALK_ORDER[k]];
-        block->magnitude[k] = static_cast<uint32_t>(value < 0 ? -value : value);
-        block->negative[k] = value < 0;
+    StartWalk(block);
+    for (int n = 0; n < BLOCK_SAMPLES; n++) {
+        const int value = residual[WALK_ORDER[n]];
+        const auto magnitude = static_cast<uint32_t>(value < 0 ? -value : value);
+        block->length[n] = static_cast<uint8_t>(BitLength(magnitude));
+        block->sent[n] = value < 0;
+        block->groups[n / GROUP_SIZE] |= magnitude;
     }
-    MeasureNodes(block);
 }
 
 void ChangeValue(ResidueReader* reader, int position, int value) {
@@ -92,19 +94,22 @@ void StartNextPlane(ResidueReader* reader) {
 bool WriteResidue(BitWriter* writer, const int8_t* residual) {
     WalkedBlock block;
     WalkResidual(&block, residual);
-    if (block.longest == 0) return false;
-    WriteBits(writer, block.longest - 1, RESIDUE_PLANES_BITS);
-    NodeList nodes;
-    StartNodes(&nodes, RESIDUE_NODES);
-    uint8_t significant[BLOCK_SAMPLES]; // coefficient numbers
+    const uint32_t planes = LongestOf(block);
+    if (planes == 0) return false;
+    BitWriter own = *writer; // nothing else points to it, so it can stay in registers
+    WriteBits(&own, planes - 1, RESIDUE_PLANES_BITS);
+    NodePlaces places;
+    StartPlaces(&places, block, planes, RESIDUE_NODES);
+    uint8_t significant[BLOCK_SAMPLES]; // block positions
     int significantCount = 0;
-    for (uint32_t plane = block.longest; plane > 0; plane--) {
-        for (int i = 0; i < significantCount; i++) WriteBits(writer, block.magnitude[significant[i]] >> (plane - 1), 1);
-        WriteNodePass(writer, &nodes, block, plane, [&](int n) {
-            significant[significantCount++] = static_cast<uint8_t>(n);
-            WriteBits(writer, block.negative[n], 1);
-        });
+    for (uint32_t plane = planes; plane > 0; plane--) {
+        for (int i = 0; i < significantCount; i++) {
+            const int value = residual[significant[i]];
+            WriteBits(&own, static_cast<uint32_t>(value < 0 ? -value : value) >> (plane - 1), 1);
+        }
+        WriteNodePass(&own, &places, block, plane, 1, [&](int n) { significant[significantCount++] = WALK_ORDER[n]; });
     }
+    *writer = own;
     return true;
 }
 

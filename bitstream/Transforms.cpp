@@ -2,7 +2,12 @@
 // eight values; the scale of each coefficient is left to the quantiser tables.
 // All arithmetic is modulo 2^32, held in unsigned numbers; only shifts look at the sign. A product that outgrows 32 bits, on
 // extreme blocks, gives a wrong coefficient that a decoder shares. Constants have 11 fractional bits.
+//
+// A pass works on four columns at once, in vectors that compilers make of what the machine has. Rows are passed over by
+// turning the block first.
 #include "bitstream/Transforms.h"
+
+#include <cstring>
 
 #include "format/QuantiserTables.h"
 
@@ -10,82 +15,137 @@ namespace vorn {
 
 namespace {
 
+constexpr int LANES = 4;
+typedef uint32_t Four __attribute__((vector_size(16)));
+typedef int32_t SignedFour __attribute__((vector_size(16)));
+
+// Four columns of a block, from the top.
+struct Columns {
+    Four row[BLOCK_SIDE];
+};
+struct Block {
+    Columns left, right;
+};
+
 // Multiplies by factor / 2048 and rounds down.
-uint32_t Scale(uint32_t value, int32_t factor) {
-    return static_cast<uint32_t>(static_cast<int32_t>(value * static_cast<uint32_t>(factor)) >> 11);
+inline Four Scale(Four value, int32_t factor) {
+    return (Four)((SignedFour)(value * static_cast<uint32_t>(factor)) >> 11);
 }
 
-// One pass over eight values `stride` apart, in place. The inputs count `gain` times.
-template <uint32_t gain> void ForwardPass(uint32_t* x, int stride) {
-    const auto at = [=](int i) -> uint32_t& { return x[i * stride]; };
-    const uint32_t t0 = (at(0) + at(7)) * gain;
-    const uint32_t t7 = (at(0) - at(7)) * gain;
-    const uint32_t t1 = (at(1) + at(6)) * gain;
-    const uint32_t t6 = (at(1) - at(6)) * gain;
-    const uint32_t t2 = (at(2) + at(5)) * gain;
-    const uint32_t t5 = (at(2) - at(5)) * gain;
-    const uint32_t t3 = (at(3) + at(4)) * gain;
-    const uint32_t t4 = (at(3) - at(4)) * gain;
+// One pass down four columns. The inputs count `gain` times.
+template <uint32_t gain> void ForwardPass(Columns* columns) {
+    Four* x = columns->row;
+    const Four t0 = (x[0] + x[7]) * gain;
+    const Four t7 = (x[0] - x[7]) * gain;
+    const Four t1 = (x[1] + x[6]) * gain;
+    const Four t6 = (x[1] - x[6]) * gain;
+    const Four t2 = (x[2] + x[5]) * gain;
+    const Four t5 = (x[2] - x[5]) * gain;
+    const Four t3 = (x[3] + x[4]) * gain;
+    const Four t4 = (x[3] - x[4]) * gain;
 
-    const uint32_t e0 = t0 + t3;
-    const uint32_t e3 = t0 - t3;
-    const uint32_t e1 = t1 + t2;
-    const uint32_t e2 = t1 - t2;
-    const uint32_t z1 = Scale(e2 + e3, 1448);
-    at(0) = e0 + e1;
-    at(4) = e0 - e1;
-    at(2) = e3 + z1;
-    at(6) = e3 - z1;
+    const Four e0 = t0 + t3;
+    const Four e3 = t0 - t3;
+    const Four e1 = t1 + t2;
+    const Four e2 = t1 - t2;
+    const Four z1 = Scale(e2 + e3, 1448);
+    x[0] = e0 + e1;
+    x[4] = e0 - e1;
+    x[2] = e3 + z1;
+    x[6] = e3 - z1;
 
-    const uint32_t o0 = t4 + t5;
-    const uint32_t o1 = t5 + t6;
-    const uint32_t o2 = t6 + t7;
-    const uint32_t z5 = Scale(o0 - o2, 784);
-    const uint32_t z2 = Scale(o0, 1108) + z5;
-    const uint32_t z4 = Scale(o2, 2676) + z5;
-    const uint32_t z3 = Scale(o1, 1448);
-    const uint32_t u = t7 + z3;
-    const uint32_t v = t7 - z3;
-    at(5) = v + z2;
-    at(3) = v - z2;
-    at(1) = u + z4;
-    at(7) = u - z4;
+    const Four o0 = t4 + t5;
+    const Four o1 = t5 + t6;
+    const Four o2 = t6 + t7;
+    const Four z5 = Scale(o0 - o2, 784);
+    const Four z2 = Scale(o0, 1108) + z5;
+    const Four z4 = Scale(o2, 2676) + z5;
+    const Four z3 = Scale(o1, 1448);
+    const Four u = t7 + z3;
+    const Four v = t7 - z3;
+    x[5] = v + z2;
+    x[3] = v - z2;
+    x[1] = u + z4;
+    x[7] = u - z4;
 }
 
-void InversePass(uint32_t* x, int stride) {
-    const auto at = [=](int i) -> uint32_t& { return x[i * stride]; };
-    const uint32_t p = at(0) + at(4);
-    const uint32_t m = at(0) - at(4);
-    const uint32_t s = at(2) + at(6);
-    const uint32_t d = Scale(at(2) - at(6), 2896) - s;
+void InversePass(Columns* columns) {
+    Four* x = columns->row;
+    const Four p = x[0] + x[4];
+    const Four m = x[0] - x[4];
+    const Four s = x[2] + x[6];
+    const Four d = Scale(x[2] - x[6], 2896) - s;
 
-    const uint32_t a = at(1) + at(7);
-    const uint32_t b = at(1) - at(7);
-    const uint32_t c = at(3) + at(5);
-    const uint32_t e = at(5) - at(3);
-    const uint32_t g = a + c;
-    const uint32_t h = Scale(b + e, 3784);
-    const uint32_t k = Scale(e, -5352) - g + h;
-    const uint32_t l = Scale(a - c, 2896) - k;
-    const uint32_t n = Scale(b, 2217) - h + l;
+    const Four a = x[1] + x[7];
+    const Four b = x[1] - x[7];
+    const Four c = x[3] + x[5];
+    const Four e = x[5] - x[3];
+    const Four g = a + c;
+    const Four h = Scale(b + e, 3784);
+    const Four k = Scale(e, -5352) - g + h;
+    const Four l = Scale(a - c, 2896) - k;
+    const Four n = Scale(b, 2217) - h + l;
 
-    at(0) = p + s + g;
-    at(7) = p + s - g;
-    at(1) = m + d + k;
-    at(6) = m + d - k;
-    at(2) = m - d + l;
-    at(5) = m - d - l;
-    at(3) = p - s - n;
-    at(4) = p - s + n;
+    x[0] = p + s + g;
+    x[7] = p + s - g;
+    x[1] = m + d + k;
+    x[6] = m + d - k;
+    x[2] = m - d + l;
+    x[5] = m - d - l;
+    x[3] = p - s - n;
+    x[4] = p - s + n;
+}
+
+// Turns four rows of four; `out` and `in` may be the same.
+inline void TurnSquare(Four* out, const Four* in) {
+    const Four a = __builtin_shufflevector(in[0], in[1], 0, 4, 1, 5);
+    const Four b = __builtin_shufflevector(in[2], in[3], 0, 4, 1, 5);
+    const Four c = __builtin_shufflevector(in[0], in[1], 2, 6, 3, 7);
+    const Four d = __builtin_shufflevector(in[2], in[3], 2, 6, 3, 7);
+    out[0] = __builtin_shufflevector(a, b, 0, 1, 4, 5);
+    out[1] = __builtin_shufflevector(a, b, 2, 3, 6, 7);
+    out[2] = __builtin_shufflevector(c, d, 0, 1, 4, 5);
+    out[3] = __builtin_shufflevector(c, d, 2, 3, 6, 7);
+}
+
+// Rows become columns.
+void Turn(Block* block) {
+    TurnSquare(block->left.row, block->left.row);
+    TurnSquare(block->right.row + LANES, block->right.row + LANES);
+    Four lower[LANES];
+    TurnSquare(lower, block->right.row);
+    TurnSquare(block->right.row, block->left.row + LANES);
+    std::memcpy(block->left.row + LANES, lower, sizeof lower);
+}
+
+void LoadRows(Block* block, const uint32_t* values) {
+    for (int row = 0; row < BLOCK_SIDE; row++, values += BLOCK_SIDE) {
+        std::memcpy(&block->left.row[row], values, sizeof(Four));
+        std::memcpy(&block->right.row[row], values + LANES, sizeof(Four));
+    }
+}
+
+void StoreRows(void* values, const Block& block) {
+    uint8_t* out = static_cast<uint8_t*>(values);
+    for (int row = 0; row < BLOCK_SIDE; row++, out += 2 * sizeof(Four)) {
+        std::memcpy(out, &block.left.row[row], sizeof(Four));
+        std::memcpy(out + sizeof(Four), &block.right.row[row], sizeof(Four));
+    }
 }
 
 // The row pass leaves 8 fractional bits.
-template <class Sample> void Forward(int32_t* coefficients, const Sample* block) {
-    uint32_t work[BLOCK_SAMPLES];
-    for (int i = 0; i < BLOCK_SAMPLES; i++) work[i] = static_cast<uint32_t>(static_cast<int32_t>(block[i]));
-    for (int row = 0; row < BLOCK_SIDE; row++) ForwardPass<256>(work + row * BLOCK_SIDE, 1);
-    for (int column = 0; column < BLOCK_SIDE; column++) ForwardPass<1>(work + column, BLOCK_SIDE);
-    for (int i = 0; i < BLOCK_SAMPLES; i++) coefficients[i] = static_cast<int32_t>(work[i]);
+template <class Sample> void Forward(int32_t* coefficients, const Sample* samples) {
+    uint32_t values[BLOCK_SAMPLES];
+    for (int i = 0; i < BLOCK_SAMPLES; i++) values[i] = static_cast<uint32_t>(static_cast<int32_t>(samples[i]));
+    Block block;
+    LoadRows(&block, values);
+    Turn(&block);
+    ForwardPass<256>(&block.left);
+    ForwardPass<256>(&block.right);
+    Turn(&block);
+    ForwardPass<1>(&block.left);
+    ForwardPass<1>(&block.right);
+    StoreRows(coefficients, block);
 }
 
 // To the nearest integer, halves down; the low 16 bits are kept.
@@ -96,33 +156,30 @@ void Quantise(int16_t* quantised, const int32_t* coefficients, const uint32_t* f
     }
 }
 
-// Dequantises one column; true if it holds nothing but its first value.
-bool DequantiseColumn(uint32_t* work, const int16_t* quantised, const uint32_t* factors, int column) {
-    int16_t others = 0;
-    for (int i = column; i < BLOCK_SAMPLES; i += BLOCK_SIDE) {
-        if (i >= BLOCK_SIDE) others = static_cast<int16_t>(others | quantised[i]);
-        work[i] = static_cast<uint32_t>(
-            static_cast<int32_t>(static_cast<uint32_t>(static_cast<int32_t>(quantised[i])) * factors[i]) >> 11);
-    }
-    return others == 0;
+void Dequantise(Block* block, const int16_t* quantised, const uint32_t* factors) {
+    uint32_t values[BLOCK_SAMPLES];
+    for (int i = 0; i < BLOCK_SAMPLES; i++)
+        values[i] = static_cast<uint32_t>(static_cast<int32_t>(quantised[i])) * factors[i];
+    for (int i = 0; i < BLOCK_SAMPLES; i++) values[i] = static_cast<uint32_t>(static_cast<int32_t>(values[i]) >> 11);
+    LoadRows(block, values);
 }
 
 // Nothing is clamped: a sample keeps its low 8 bits.
 void Inverse(uint8_t* destination, int pitch, const int16_t* quantised, const uint32_t* factors) {
-    uint32_t work[BLOCK_SAMPLES];
-    for (int column = 0; column < BLOCK_SIDE; column++) {
-        if (DequantiseColumn(work, quantised, factors, column)) {
-            // All outputs of a pass over nothing but a first value equal it.
-            for (int i = column + BLOCK_SIDE; i < BLOCK_SAMPLES; i += BLOCK_SIDE) work[i] = work[column];
-        } else {
-            InversePass(work + column, BLOCK_SIDE);
-        }
-    }
-    for (int row = 0; row < BLOCK_SIDE; row++, destination += pitch) {
-        uint32_t* values = work + row * BLOCK_SIDE;
-        InversePass(values, 1);
-        for (int i = 0; i < BLOCK_SIDE; i++) destination[i] = static_cast<uint8_t>((values[i] + 127) >> 8);
-    }
+    Block block;
+    Dequantise(&block, quantised, factors);
+    InversePass(&block.left);
+    InversePass(&block.right);
+    Turn(&block);
+    InversePass(&block.left);
+    InversePass(&block.right);
+    Turn(&block);
+    uint32_t values[BLOCK_SAMPLES];
+    StoreRows(values, block);
+    uint8_t samples[BLOCK_SAMPLES];
+    for (int i = 0; i < BLOCK_SAMPLES; i++) samples[i] = static_cast<uint8_t>((values[i] + 127) >> 8);
+    for (int row = 0; row < BLOCK_SIDE; row++)
+        std::memcpy(destination + row * pitch, samples + row * BLOCK_SIDE, BLOCK_SIDE);
 }
 
 } // namespace

@@ -190,7 +190,8 @@ void FlushIfDue(VornMakeState* state) {
 
 void RunBatch(VornMakeState* state, bool final) {
     assert(state->queueCount >= 1);
-    QueueAccount account = OpenAccount(state);
+    QueueWeights* weights = &BlockOf(state)->weights;
+    QueueAccount account = OpenAccount(state, weights);
     const uint32_t frames = final ? state->queueCount : 1;
     for (uint32_t slot = 0; slot < frames; slot++) {
         const FrameOutcome outcome = MakeFrame(state, &account, slot);
@@ -198,6 +199,7 @@ void RunBatch(VornMakeState* state, bool final) {
         if (outcome == FrameOutcome::NOT_COUNTED || state->cancel != 0) break;
     }
     MoveQueue(state, frames, account.rateSum);
+    DropWeights(weights, frames);
     FlushIfDue(state);
 }
 

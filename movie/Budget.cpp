@@ -2,7 +2,6 @@
 #include "movie/Budget.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "allocation/CostModels.h"
 #include "audio/AudioTrack.h"
@@ -11,40 +10,6 @@
 namespace vorn {
 
 namespace {
-
-constexpr int SUB_TABLES = 4; // equal neighbours land in different ones and needn't wait for each other
-
-using SubTables = uint32_t[SUB_TABLES][256];
-
-void AddTables(SampleTable* table, const SubTables& parts) {
-    table->total = 0;
-    for (int i = 0; i < 256; i++) {
-        table->counts[i] = parts[0][i] + parts[1][i] + parts[2][i] + parts[3][i];
-        table->total += table->counts[i];
-    }
-}
-
-// Planes have a multiple of 64 samples.
-void CountAll(SampleTable* table, const uint8_t* plane, uint64_t samples) {
-    SubTables parts = {};
-    for (uint64_t i = 0; i < samples; i += SUB_TABLES) {
-        for (int k = 0; k < SUB_TABLES; k++) parts[k][plane[i + static_cast<uint64_t>(k)]]++;
-    }
-    AddTables(table, parts);
-}
-
-// Counts the samples that are more than 2 away from `before`.
-void CountChanged(SampleTable* table, const uint8_t* plane, const uint8_t* before, uint64_t samples) {
-    SubTables parts = {};
-    for (uint64_t i = 0; i < samples; i += 8) {
-        if (std::memcmp(plane + i, before + i, 8) == 0) continue;
-        for (uint64_t k = i; k < i + 8; k++) {
-            const int difference = plane[k] - before[k];
-            parts[k % SUB_TABLES][plane[k]] += difference > 2 || difference < -2;
-        }
-    }
-    AddTables(table, parts);
-}
 
 // `before` is null in a key frame.
 uint32_t PlaneInformation(const uint8_t* plane, const uint8_t* before, uint64_t samples) {
@@ -88,11 +53,19 @@ uint32_t FrameWeight(const VornMakeState* state, uint32_t slot) {
     return key ? sum * 3 / 2 : sum;
 }
 
-QueueAccount OpenAccount(const VornMakeState* state) {
+void DropWeights(QueueWeights* weights, uint32_t done) {
+    weights->known = weights->known > done ? weights->known - done : 0;
+    std::copy(weights->bytes + done, weights->bytes + done + weights->known, weights->bytes);
+}
+
+QueueAccount OpenAccount(const VornMakeState* state, QueueWeights* weights) {
     QueueAccount account = {};
+    for (; weights->known < state->queueCount; weights->known++) {
+        weights->bytes[weights->known] = FrameWeight(state, weights->known);
+    }
     for (uint32_t i = 0; i < state->queueCount; i++) {
         account.rateSum += state->queueRate[i];
-        account.weights[i] = FrameWeight(state, i);
+        account.weights[i] = weights->bytes[i];
         account.weightSum += account.weights[i];
     }
     account.pool = static_cast<int32_t>(static_cast<uint32_t>(state->rateCarry) + account.rateSum);

@@ -18,7 +18,17 @@ struct QueueAccount {
     int32_t pool;                        // bytes that the frames left may spend, sound included
 };
 
-QueueAccount OpenAccount(const VornMakeState* state);
+// Weights of the frames at the front of the queue. A frame's weight follows from the frame, the one before it and its key
+// flag, none of which changes while it waits, so that it is worked out once and then moves along with the frame.
+struct QueueWeights {
+    uint32_t bytes[VORN_QUEUE_FRAMES];
+    uint32_t known; // frames that have been weighed, from slot 0 on
+};
+// The first `done` frames leave the queue.
+void DropWeights(QueueWeights* weights, uint32_t done);
+
+// Weighs the frames that haven't been.
+QueueAccount OpenAccount(const VornMakeState* state, QueueWeights* weights);
 // Charges a frame: `counted` bytes leave the pool, and the carry gains the frame's target less these.
 void ChargeFrame(QueueAccount* account, VornMakeState* state, uint32_t slot, uint32_t counted);
 

@@ -3,6 +3,8 @@
 // pixels, out of 4096 for chroma; luma comes out at 16..234, chroma at 16..240, so nothing is clamped.
 #include <cstring>
 
+#include "analysis/Kernels.h"
+#include "movie/ColourKernels.h"
 #include "movie/Movie.h"
 
 namespace vorn {
@@ -13,15 +15,6 @@ constexpr uint32_t PIXEL_BYTES = 4; // B, G, R, A
 
 struct ColourSum {
     int red, green, blue;
-};
-
-// Where one pair of pixel rows goes. In the last row of an odd height both rows are the same, and so are their targets.
-struct RowPair {
-    const uint8_t* pixels[2];
-    uint8_t* y[2];
-    uint8_t* alpha[2];
-    uint8_t* cr;
-    uint8_t* cb;
 };
 
 inline void ConvertPixel(const uint8_t* pixel, uint8_t* y, uint8_t* alpha, ColourSum* sum) {
@@ -38,8 +31,9 @@ inline void ConvertChroma(const ColourSum& sum, uint8_t* cr, uint8_t* cb) {
     *cb = static_cast<uint8_t>((450 * sum.blue - 298 * sum.green - 152 * sum.red) / 4096 + 128);
 }
 
-void ConvertRows(const RowPair& rows, uint32_t width) {
-    for (uint32_t x = 0; x + 1 < width; x += 2) {
+// From column `first`, an even one, to the last.
+void ConvertRest(const RowPair& rows, uint32_t first, uint32_t width) {
+    for (uint32_t x = first; x + 1 < width; x += 2) {
         ColourSum sum = {0, 0, 0};
         for (int row = 0; row < 2; row++) {
             const uint8_t* pixel = rows.pixels[row] + x * PIXEL_BYTES;
@@ -56,6 +50,15 @@ void ConvertRows(const RowPair& rows, uint32_t width) {
         ConvertPixel(rows.pixels[row] + x * PIXEL_BYTES, rows.y[row] + x, rows.alpha[row] + x, &sum);
     }
     ConvertChroma({2 * sum.red, 2 * sum.green, 2 * sum.blue}, rows.cr + x / 2, rows.cb + x / 2);
+}
+
+// `fast`: with the twin, as far as it goes.
+void ConvertRows(const RowPair& rows, uint32_t width, bool fast) {
+#if defined(__x86_64__) || defined(__i386__)
+    ConvertRest(rows, fast ? ConvertColumnsSse2(&rows, width) : 0, width);
+#else
+    ConvertRest(rows, 0, width);
+#endif
 }
 
 // Repeats the last sample of a row up to the padded width.
@@ -79,6 +82,7 @@ void ConvertFrame(uint8_t* yPlane, uint8_t* crPlane, uint8_t* cbPlane, uint8_t* 
                   uint32_t sourcePitch, uint32_t width, uint32_t height) {
     const uint32_t chromaWidth = (width + 1) / 2, chromaHeight = (height + 1) / 2;
     const uint32_t lumaPitch = RoundToBlocks(width), chromaPitch = RoundToBlocks(chromaWidth);
+    const bool fast = &Kernels() != &AnalysisKernelsOf(CpuLevel::PLAIN);
     for (uint32_t y = 0; y < height; y += 2) {
         const size_t second = y + 1 < height ? y + 1 : y;
         RowPair rows;
@@ -90,7 +94,7 @@ void ConvertFrame(uint8_t* yPlane, uint8_t* crPlane, uint8_t* cbPlane, uint8_t* 
         rows.alpha[1] = alphaPlane + second * lumaPitch;
         rows.cr = crPlane + size_t{y / 2} * chromaPitch;
         rows.cb = cbPlane + size_t{y / 2} * chromaPitch;
-        ConvertRows(rows, width);
+        ConvertRows(rows, width, fast);
         for (int row = 0; row < 2; row++) {
             PadRow(rows.y[row], width, lumaPitch);
             PadRow(rows.alpha[row], width, lumaPitch);

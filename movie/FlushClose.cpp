@@ -22,7 +22,7 @@ void ReportNames(VornMakeState* state, const char* format) {
 // Puts the temporary file in the place of the final one.
 void SwapNames(VornMakeState* state) {
     if (DeleteNamedFile(state->finalName) == NameResult::FAILED) {
-        ReportNames(state, "Vorn couldn't overwrite, '%s', so the new Vorn file is called: '%s'.");
+        ReportNames(state, "Vorn couldn't overwrite, '%.123s', so the new Vorn file is called: '%.127s'.");
         return;
     }
     if (RenameNamedFile(state->finalName, state->tempName) != NameResult::DONE) {
@@ -42,8 +42,8 @@ void SettleFile(VornMakeState* state, bool discard) {
         SwapNames(state);
     } else {
         ReportNames(state,
-                    "Vorn couldn't write the whole movie, so '%s' wasn't touched. What was written of it is called: "
-                    "'%s'.");
+                    "Vorn couldn't write the whole movie, so '%.123s' wasn't touched. What was written of it is "
+                    "called: '%.127s'.");
     }
 }
 

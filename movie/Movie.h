@@ -4,15 +4,26 @@
 #include <cstdint>
 
 #include "files/Container.h"
+#include "movie/Budget.h"
 #include "public/vornmake.h"
 
 namespace vorn {
 
-constexpr uint32_t MOVIE_BUFFER_BYTES = 0x20000;   // of the temporary file
-constexpr uint32_t LONGEST_NAME = 123;             // bytes: with ".tmp" it still fits the SpoolFile's 128
+constexpr uint32_t MOVIE_BUFFER_BYTES = 0x20000; // of the temporary file
+constexpr uint32_t LONGEST_NAME = 123;           // bytes: with ".tmp" it still fits the SpoolFile's 128
 constexpr uint32_t HEAD_LOCK_MILLISECONDS = 250;
-constexpr uint32_t FLUSH_BYTES = 200000;           // between two periodic flushes
+constexpr uint32_t FLUSH_BYTES = 200000; // between two periodic flushes
 constexpr uint32_t FLUSH_MILLISECONDS = 60000;
+
+// The head of a movie's block: the public record, then what only this library knows.
+struct MovieBlock {
+    VornMakeState state;
+    QueueWeights weights;
+};
+// The block that a movie's record stands at the start of.
+inline MovieBlock* BlockOf(VornMakeState* state) {
+    return reinterpret_cast<MovieBlock*>(state);
+}
 
 // fileHold and headLock keep the thread that writes frames apart from the threads that rewrite the head.
 // A holder of fileHold waits as long as a head is being rewritten; a rewriter gives up after 250 ms.

@@ -34,22 +34,24 @@ void WriteMovieHead(VornMakeState* state) {
     WriteZeroWords(state->file, uint64_t(state->frameCapacity) + 1);
 }
 
+// The counts go last: a process that is killed in between leaves the old counts before a newer index, which still reads, and
+// not new counts before an old one.
 void RewriteHead(VornMakeState* state) {
     SpoolFile* file = state->file;
     const uint64_t size = SpoolSize(file);
     // Read before the index words: those that this count covers are stored by then.
     const uint32_t frames = std::atomic_ref<uint32_t>(state->framesDone).load(std::memory_order_acquire);
-    const uint64_t position = SpoolSeek(file, GROWING_WORDS_POSITION);
-    SpoolWriteWord(file, static_cast<uint32_t>(size - 8));
-    SpoolWriteWord(file, frames);
-    SpoolWriteWord(file, state->largestFrame);
-    SpoolSeek(file, HEADER_BYTES);
+    const uint64_t position = SpoolSeek(file, HEADER_BYTES);
     WriteTrackTable(state, &AudioTrackState::largestPcm);
     WriteTrackTable(state, &AudioTrackState::format);
     WriteTrackTable(state, &AudioTrackState::id);
     for (uint64_t i = 0; i <= state->frameCapacity; i++) {
         SpoolWriteWord(file, std::atomic_ref<uint32_t>(state->frameIndex[i]).load(std::memory_order_relaxed));
     }
+    SpoolSeek(file, GROWING_WORDS_POSITION);
+    SpoolWriteWord(file, static_cast<uint32_t>(size - 8));
+    SpoolWriteWord(file, frames);
+    SpoolWriteWord(file, state->largestFrame);
     SpoolSeek(file, position);
 }
 

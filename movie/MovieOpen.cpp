@@ -79,7 +79,7 @@ bool MovieFits(VornMakeState* record) {
     if (record->height > INT32_MAX) return false; // a plane of 8 columns alone would be too large
     SetGeometry(record);
     PlanMovie(record);
-    const uint64_t blockBytes = PlannedBytes(sizeof(VornMakeState));
+    const uint64_t blockBytes = PlannedBytes(sizeof(MovieBlock));
     EmptyPlan();
     const uint64_t scratchBytes =
         FrameScratchBytes(record->lumaWidth, record->lumaHeight, record->chromaWidth, record->chromaHeight);
@@ -193,18 +193,19 @@ void SetRate(VornMakeState* record, uint32_t numerator, uint32_t denominator) {
 }
 
 void ClearPlanes(const VornMakeState* state, uint8_t* y, uint8_t* cr, uint8_t* cb, uint8_t* alpha) {
-    std::memset(y, 0, LumaBytes(state));
-    std::memset(cr, 0, ChromaBytes(state));
-    std::memset(cb, 0, ChromaBytes(state));
-    std::memset(alpha, 0, LumaBytes(state));
+    std::fill_n(y, LumaBytes(state), uint8_t{0});
+    std::fill_n(cr, ChromaBytes(state), uint8_t{0});
+    std::fill_n(cb, ChromaBytes(state), uint8_t{0});
+    std::fill_n(alpha, LumaBytes(state), uint8_t{0});
 }
 
 // Makes the movie's block and moves the record into it, everything in its first state. Null if there is no memory.
 VornMakeState* MakeBlock(VornMakeState* record) {
     PlanMovie(record);
-    VornMakeState* state = static_cast<VornMakeState*>(AllocatePlan(sizeof(VornMakeState)));
-    if (state == nullptr) return nullptr;
-    *state = *record;
+    MovieBlock* block = static_cast<MovieBlock*>(AllocatePlan(sizeof(MovieBlock)));
+    if (block == nullptr) return nullptr;
+    *block = {*record, {}};
+    VornMakeState* state = &block->state;
     const size_t indexBytes = (size_t(state->frameCapacity) + 1) * 4;
     std::memset(state->frameIndex, 0, indexBytes);
     std::memset(state->frameErrors, 0, indexBytes);

@@ -181,6 +181,7 @@ bool DecodePackets(const Movie& movie, uint32_t track, const std::vector<TrackPa
     *sound = TrackSound();
     sound->kind = {words.sampleRate, words.channels, words.perChannelDct};
     if (!words.usable) return false;
+    if (packets.empty()) return true; // a head may claim any number of tracks
     const AudioShape shape = ShapeOfAudio(words.sampleRate, words.channels, words.perChannelDct);
     const TransformTables tables = TablesOf(sound->kind);
     Joiner joiner = {shape.overlapBytes / 2, words.channels, {}, &sound->samples};

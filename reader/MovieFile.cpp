@@ -1,5 +1,7 @@
 // MovieFile.cpp - the file around the coded data: header, track tables, index, and the parts of a frame's packet.
 #include <cstdio>
+#include <filesystem>
+#include <system_error>
 
 #include "reader/Rules.h"
 
@@ -191,6 +193,11 @@ bool ParseMovie(std::vector<uint8_t> bytes, const MovieOptions& options, Movie* 
 }
 
 bool OpenMovie(const std::string& name, const MovieOptions& options, Movie* movie, Violations* violations) {
+    // A device has no end, and a pipe keeps its reader waiting.
+    std::error_code error;
+    const std::filesystem::file_status status = std::filesystem::status(name, error);
+    if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))
+        return Refuse(violations, "The file '" + name + "' isn't a plain file.");
     FILE* file = fopen(name.c_str(), "rb");
     if (file == nullptr) return Refuse(violations, "The file '" + name + "' can't be opened.");
     std::vector<uint8_t> bytes;

@@ -3,8 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <random>
+#include <utility>
 #include <vector>
 
 using namespace vorn;
@@ -29,6 +31,23 @@ BlockRecord RandomRecord(std::mt19937* random, uint32_t step) {
         record.payloads[i] = static_cast<uint16_t>((*random)());
         bits += 1 + Draw(random, step);
         error -= 1 + Draw(random, step);
+    }
+    return record;
+}
+
+// The same with the steps in order of falling value, as in a hull.
+BlockRecord RandomHull(std::mt19937* random, uint32_t step) {
+    BlockRecord record = RandomRecord(random, step);
+    std::vector<std::pair<uint32_t, uint32_t>> steps; // bits, error saved
+    for (int i = 0; i + 1 < record.count; i++) {
+        steps.push_back({record.bits[i + 1] - record.bits[i], record.errors[i] - record.errors[i + 1]});
+    }
+    std::stable_sort(steps.begin(), steps.end(), [](const auto& a, const auto& b) {
+        return uint64_t{a.second} * b.first > uint64_t{b.second} * a.first;
+    });
+    for (size_t i = 0; i < steps.size(); i++) {
+        record.bits[i + 1] = record.bits[i] + steps[i].first;
+        record.errors[i + 1] = record.errors[i] - steps[i].second;
     }
     return record;
 }
@@ -66,13 +85,17 @@ void Allocate(std::vector<BlockRecord>* records, uint32_t budget) {
 
 } // namespace
 
+// Hulls in two rounds of three; in the third values rise and fall.
 TEST(Allocator, EqualsMultimap) {
     std::mt19937 random(7);
-    for (int round = 0; round < 300; round++) {
+    for (int round = 0; round < 600; round++) {
         const uint32_t steps[] = {2, 3, 9, 200};
         std::vector<BlockRecord> records;
         const size_t count = random() % 200;
-        for (size_t i = 0; i < count; i++) records.push_back(RandomRecord(&random, steps[round % 4]));
+        for (size_t i = 0; i < count; i++) {
+            const bool hull = round % 3 != 0;
+            records.push_back(hull ? RandomHull(&random, steps[round % 4]) : RandomRecord(&random, steps[round % 4]));
+        }
         uint64_t most = 0;
         for (const BlockRecord& record : records) most += record.bits[record.count - 1];
         const uint32_t budget = static_cast<uint32_t>(random() % (most / 2048 + 3));

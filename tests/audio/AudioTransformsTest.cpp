@@ -1,24 +1,24 @@
 // AudioTransformsTest.cpp - both transforms and their inverses against the plain sums in double precision.
 #include <cmath>
-#include <cstdlib>
 #include <random>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "audio/AudioTransforms.h"
+#include "public/vornmake.h"
 
 namespace {
 
 using namespace vorn;
 
 struct TableFree {
-    void operator()(TransformTables* tables) const { std::free(tables); }
+    void operator()(TransformTables* tables) const { mokfree(tables); }
 };
 using Tables = std::unique_ptr<TransformTables, TableFree>;
 
 Tables MakeTables(uint32_t n) {
-    Tables tables(static_cast<TransformTables*>(std::aligned_alloc(32, (TransformTableBytes(n) + 31) / 32 * 32)));
+    Tables tables(static_cast<TransformTables*>(mokmalloc(TransformTableBytes(n))));
     MakeTransformTables(tables.get(), n);
     return tables;
 }

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <random>
 #include <vector>
 
 #include "audio/AudioTrack.h"
@@ -14,6 +16,7 @@ namespace {
 // A queue of 16x16 pictures with chroma planes of 8x8; all samples are 0 until a test changes them.
 struct Queue {
     VornMakeState state = {};
+    QueueWeights weights = {};
     std::vector<std::vector<uint8_t>> planes;
     std::vector<AudioTrackState> tracks;
 
@@ -46,7 +49,7 @@ struct Queue {
 // Two frames of 300 and 100 under targets of 1000 each; the first comes out 100 bytes below its share.
 TEST(Budget, SharesFollowWeightsAndSavingsCarryOver) {
     Queue queue(2);
-    QueueAccount account = OpenAccount(&queue.state);
+    QueueAccount account = OpenAccount(&queue.state, &queue.weights);
     EXPECT_EQ(account.rateSum, 2000u);
     EXPECT_EQ(account.pool, 2000);
     EXPECT_EQ(account.weightSum, 0u);
@@ -55,7 +58,7 @@ TEST(Budget, SharesFollowWeightsAndSavingsCarryOver) {
     EXPECT_EQ(account.pool, 600);
     queue.state.rateCarry = ClampCarry(queue.state.rateCarry, account.rateSum);
     EXPECT_EQ(queue.state.rateCarry, -400);
-    EXPECT_EQ(OpenAccount(&queue.state).pool, 1600);
+    EXPECT_EQ(OpenAccount(&queue.state, &queue.weights).pool, 1600);
 }
 
 TEST(Budget, SharesAtTheEdges) {
@@ -73,7 +76,7 @@ TEST(Budget, TargetsWrap) {
     Queue queue(2);
     queue.state.queueRate[0] = 0xffffff00;
     queue.state.queueRate[1] = 0x80;
-    QueueAccount account = OpenAccount(&queue.state);
+    QueueAccount account = OpenAccount(&queue.state, &queue.weights);
     EXPECT_EQ(account.pool, -0x80);
     ChargeFrame(&account, &queue.state, 0, 0x10);
     EXPECT_EQ(account.pool, -0x90);
@@ -91,7 +94,31 @@ TEST(Budget, WeightsCountWhatChanged) {
     EXPECT_EQ(FrameWeight(&queue.state, 2), 128u / 8);
     queue.state.queueKey[2] = 1; // four values in equal parts, all samples, times 3/2
     EXPECT_EQ(FrameWeight(&queue.state, 2), 256u * 2 / 8 * 3 / 2);
-    EXPECT_EQ(OpenAccount(&queue.state).weightSum, 32u + 96);
+    EXPECT_EQ(OpenAccount(&queue.state, &queue.weights).weightSum, 32u + 96);
+}
+
+// Frames come and go, one or several at a time: what moved along with the queue is what weighing it all afresh gives.
+TEST(Budget, WeightsMoveWithTheQueue) {
+    Queue queue(7, FLAG_GREY);
+    std::mt19937 random(5);
+    VornMakeState& state = queue.state;
+    state.queueCount = 0;
+    for (int round = 0; round < 60; round++) {
+        for (uint32_t slot = state.queueCount; slot < 7; slot++) {
+            for (int i = 0; i < 256; i++) state.queueY[slot][i] = static_cast<uint8_t>(random() % (1 + random() % 90));
+            state.queueKey[slot] = random() % 4 == 0;
+        }
+        state.queueCount = 7;
+        const QueueAccount account = OpenAccount(&state, &queue.weights);
+        for (uint32_t slot = 0; slot < 7; slot++) ASSERT_EQ(account.weights[slot], FrameWeight(&state, slot)) << round;
+
+        const uint32_t done = 1 + static_cast<uint32_t>(random() % 7);
+        std::swap(state.previousY, state.queueY[done - 1]);
+        std::rotate(state.queueY, state.queueY + done, state.queueY + 7);
+        std::copy(state.queueKey + done, state.queueKey + 7, state.queueKey);
+        state.queueCount -= done;
+        DropWeights(&queue.weights, done);
+    }
 }
 
 TEST(Budget, WeightsTakeThePlanesOfTheMovie) {

@@ -1,10 +1,11 @@
-// ColourConversionTest.cpp - samples of known colours, the edges of odd sizes, and a slow formula over random pictures.
+// ColourConversionTest.cpp - samples of known colours, the edges of odd sizes, and a slow formula over random pictures at every level.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <random>
 #include <vector>
 
+#include "analysis/Kernels.h"
 #include "movie/Movie.h"
 
 using namespace vorn;
@@ -108,19 +109,26 @@ TEST(ColourConversion, KnownColours) {
 
 TEST(ColourConversion, EqualsSlowFormula) {
     std::mt19937 random(11);
-    const uint32_t sides[] = {1, 2, 5, 7, 8, 9, 15, 16, 17, 31, 33};
-    for (const uint32_t width : sides) {
-        for (const uint32_t height : sides) {
+    const uint32_t heights[] = {1, 2, 5, 7, 8, 9, 16};
+    const uint32_t widths[] = {1, 2, 5, 7, 8, 9, 15, 16, 17, 31, 32, 33, 47, 63, 64, 65, 100};
+    for (const uint32_t width : widths) {
+        for (const uint32_t height : heights) {
             Picture picture(width, height, width % 3 * 5);
             const bool extremes = random() % 2 != 0;
             for (uint8_t& byte : picture.pixels) {
                 byte = static_cast<uint8_t>(extremes ? (random() % 2) * 255 : random());
             }
-            const Planes fast = Convert(picture), slow = SlowConvert(picture);
-            EXPECT_EQ(fast.y, slow.y) << width << "x" << height;
-            EXPECT_EQ(fast.cr, slow.cr) << width << "x" << height;
-            EXPECT_EQ(fast.cb, slow.cb) << width << "x" << height;
-            EXPECT_EQ(fast.alpha, slow.alpha) << width << "x" << height;
+            const Planes slow = SlowConvert(picture);
+            for (int level = 0; level <= static_cast<int>(BestCpuLevel()); level++) {
+                SCOPED_TRACE(testing::Message() << width << "x" << height << " level " << level);
+                UseKernelsOf(static_cast<CpuLevel>(level));
+                const Planes made = Convert(picture);
+                EXPECT_EQ(made.y, slow.y);
+                EXPECT_EQ(made.cr, slow.cr);
+                EXPECT_EQ(made.cb, slow.cb);
+                EXPECT_EQ(made.alpha, slow.alpha);
+            }
         }
     }
+    UseKernelsOf(BestCpuLevel());
 }

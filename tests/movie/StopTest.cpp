@@ -1,0 +1,218 @@
+// StopTest.cpp - movies that end before their time: stopped or given up by a callback, failed, or grown to 4 GiB.
+#include <cstring>
+
+#include <gtest/gtest.h>
+
+#include "tests/movie/MovieMaking.h"
+
+using namespace vorn;
+
+namespace {
+
+constexpr uint32_t NEVER = UINT32_MAX;
+
+// What the callback does, and what it saw.
+struct Script {
+    uint32_t stopAt = NEVER;   // report, from 0, that is answered by 1
+    uint32_t giveUpAt = NEVER; // report at which `cancel` is set to 2
+    uint32_t reports = 0;
+    std::vector<uint32_t> frames = {}; // framesDone at each report
+    std::string messages = {};
+};
+Script script;
+
+uint32_t VORN_CALL Act(uint32_t code, void* record, const char* text) {
+    VornMakeState* state = static_cast<VornMakeState*>(record);
+    if (code == VORN_MESSAGE) {
+        script.messages += text;
+        return 0;
+    }
+    const uint32_t report = script.reports++;
+    script.frames.push_back(state->framesDone);
+    if (report == script.giveUpAt) state->cancel = 2;
+    return report == script.stopAt;
+}
+
+class Stop : public testing::Test {
+protected:
+    TestFolder folder;
+    std::string name = folder / "movie";
+    Workers workers{1};
+    MoviePlan plan;
+    Stop() {
+        script = {};
+        plan.width = 24;
+        plan.height = 16;
+        plan.frames = 5;
+        plan.lookAhead = 3;
+        plan.options = ALPHA;
+        plan.sounds = {{8000, 1, 20}};
+    }
+    // Hands in all frames by a fresh script.
+    VornMakeState* Run(const Script& act) {
+        script = act;
+        VornMakeState* state = OpenMovie(&plan, name, Act);
+        for (uint32_t frame = 0; frame < plan.frames; frame++) PutFrame(state, plan, frame);
+        return state;
+    }
+};
+
+size_t HeadBytes(const MoviePlan& plan) {
+    return HEADER_BYTES + 12 * plan.sounds.size() + 4 * (size_t{plan.frames} + 1);
+}
+
+} // namespace
+
+// The frame in hand is finished, then the movie ends in order. What it has is what the whole movie begins with.
+TEST_F(Stop, AnsweredAtAnyReport) {
+    VornMakeClose(Run({}), 0);
+    const std::string whole = ReadWholeFile(name);
+    const Script seen = script;
+    ASSERT_EQ(seen.reports, 5u * 14);
+    for (uint32_t report = 0; report < seen.reports; report++) {
+        SCOPED_TRACE("report " + std::to_string(report));
+        const uint32_t frames = seen.frames[report] + 1;
+        VornMakeState* state = Run({report});
+        EXPECT_EQ(state->framesDone, frames);
+        EXPECT_EQ(state->cancel, 1u);
+        EXPECT_EQ(state->failed, 0u);
+        EXPECT_EQ(script.reports, frames * 14);
+        const uint64_t size = VornMakeClose(state, 0);
+        EXPECT_EQ(script.reports, frames * 14) << "frames still queued are dropped";
+        EXPECT_EQ(script.messages, "");
+        const std::string bytes = ReadWholeFile(name);
+        ASSERT_EQ(bytes.size(), size);
+        EXPECT_TRUE(bytes.substr(HeadBytes(plan)) == whole.substr(HeadBytes(plan), bytes.size() - HeadBytes(plan)));
+        const ReadMovie read = ReadBack(bytes);
+        EXPECT_EQ(read.complaint, "");
+        EXPECT_EQ(read.frames.size(), frames);
+        EXPECT_EQ(folder.FileCount(), 1u);
+    }
+}
+
+// The frame in hand and the movie are given up; what stood under the final name stays.
+TEST_F(Stop, GivenUpAtAnyReport) {
+    WriteWholeFile(name, "older");
+    VornMakeClose(Run({}), 1);
+    const Script seen = script;
+    for (uint32_t report = 0; report < seen.reports; report++) {
+        SCOPED_TRACE("report " + std::to_string(report));
+        Script act;
+        act.giveUpAt = report;
+        VornMakeState* state = Run(act);
+        EXPECT_EQ(state->framesDone, seen.frames[report]);
+        EXPECT_EQ(state->failed, 1u);
+        // A frame that was only announced still reports its first stage.
+        EXPECT_EQ(script.reports, report % 14 == 0 ? report + 2 : report + 1);
+        EXPECT_GE(VornMakeClose(state, 0), HeadBytes(plan));
+        EXPECT_EQ(script.messages, "");
+        EXPECT_EQ(ReadWholeFile(name), "older");
+        EXPECT_EQ(folder.FileCount(), 1u);
+    }
+}
+
+// An answer at the same report overrides it: 1 is what `cancel` then says.
+TEST_F(Stop, AnAnswerOverridesGivingUp) {
+    Script act;
+    act.giveUpAt = act.stopAt = 20;
+    VornMakeState* state = Run(act);
+    EXPECT_EQ(state->framesDone, 2u);
+    EXPECT_EQ(state->failed, 0u);
+    VornMakeClose(state, 0);
+    EXPECT_EQ(ReadBack(ReadWholeFile(name)).complaint, "");
+}
+
+// The frame that found no memory stays in the queue, and no further one gets in, whether the queue is full or not.
+TEST_F(Stop, FramesAfterAFailureAreRefused) {
+    for (const int32_t lookAhead : {2, 3, 64}) {
+        for (uint32_t failing = 1; failing <= plan.frames; failing++) {
+            SCOPED_TRACE(std::to_string(lookAhead) + " " + std::to_string(failing));
+            plan.lookAhead = lookAhead;
+            MemorySeam memory;
+            script = {};
+            VornMakeState* state = OpenMovie(&plan, name, Act);
+            memory.failingRequest = memory.requests + failing; // one block a frame
+            uint32_t frame = 0;
+            while (frame < plan.frames && state->failed == 0) PutFrame(state, plan, frame++);
+            EXPECT_EQ(state->failed, 1u);
+            EXPECT_EQ(state->framesDone, failing - 1);
+            const uint32_t queued = state->queueCount;
+            const uint32_t reports = script.reports;
+            EXPECT_EQ(memory.requests, memory.failingRequest);
+            for (int i = 0; i < 70; i++) PutFrame(state, plan, frame);
+            EXPECT_EQ(state->queueCount, queued);
+            EXPECT_EQ(state->framesDone, failing - 1);
+            EXPECT_EQ(script.reports, reports);
+            VornMakeClose(state, 0);
+            EXPECT_EQ(folder.FileCount(), 0u);
+            EXPECT_TRUE(memory.blocks.empty());
+        }
+    }
+}
+
+namespace {
+
+// A file whose frames seem to lie `leap` bytes further on once its position has been set anew, as the first flush does behind
+// frame 0.
+struct LeapingFile : PlatformSeam {
+    inline static uint64_t leap, headBytes;
+
+    LeapingFile() { table.seekFile = Seek; }
+    static uint64_t Seek(FileHandle file, int64_t offset, SeekOrigin origin) {
+        if (origin == SeekOrigin::START && static_cast<uint64_t>(offset) >= headBytes + leap) {
+            offset -= static_cast<int64_t>(leap);
+        }
+        const uint64_t position = SYSTEM_PLATFORM.seekFile(file, offset, origin);
+        return position >= headBytes ? position + leap : position;
+    }
+};
+
+uint32_t WordAt(const std::string& bytes, size_t at) {
+    uint32_t word = 0;
+    for (size_t i = 0; i < 4; i++) word |= uint32_t{static_cast<uint8_t>(bytes[at + i])} << 8 * i;
+    return word;
+}
+
+void PatchWord(std::string* bytes, size_t at, uint32_t word) {
+    for (size_t i = 0; i < 4; i++) (*bytes)[at + i] = static_cast<char>(word >> 8 * i);
+}
+
+// Takes the leap out of the head again.
+void UndoLeap(std::string* bytes, size_t frames) {
+    for (size_t at = 4; at <= HEADER_BYTES + 4 * frames; at = at == 4 ? HEADER_BYTES : at + 4) {
+        const uint32_t word = WordAt(*bytes, at);
+        if (at == 4 || word >= LeapingFile::leap) PatchWord(bytes, at, word - static_cast<uint32_t>(LeapingFile::leap));
+    }
+}
+
+} // namespace
+
+// The last frame that ends at an offset that the index can name is kept, one that would end a word later isn't.
+TEST_F(Stop, At4GiB) {
+    plan.sounds.clear(); // so that a packet's size is known before it is written
+    VornMakeClose(Run({}), 0);
+    const std::string whole = ReadWholeFile(name);
+    const auto frameStart = [&](uint32_t frame) { return WordAt(whole, HEADER_BYTES + 4 * size_t{frame}) & ~3u; };
+    LeapingFile seam;
+    for (uint32_t boundary = 1; boundary <= plan.frames; boundary++) {
+        for (const uint32_t over : {0u, 4u}) {
+            SCOPED_TRACE(std::to_string(boundary) + " over by " + std::to_string(over));
+            const uint32_t kept = over == 0 || boundary == 1 ? boundary : boundary - 1;
+            LeapingFile::headBytes = HeadBytes(plan);
+            LeapingFile::leap = 0xfffffffc - frameStart(boundary) + over;
+            VornMakeState* state = Run({});
+            EXPECT_EQ(state->framesDone, kept);
+            EXPECT_EQ(state->failed, 0u);
+            EXPECT_EQ(state->cancel, kept < plan.frames ? 1u : 0u);
+            EXPECT_EQ(script.messages.find("4 GiB") != std::string::npos, kept < plan.frames);
+            EXPECT_EQ(VornMakeClose(state, 0), frameStart(kept) + LeapingFile::leap);
+            std::string bytes = ReadWholeFile(name);
+            UndoLeap(&bytes, kept);
+            const ReadMovie read = ReadBack(bytes);
+            EXPECT_EQ(read.complaint, "");
+            EXPECT_EQ(read.frames.size(), kept);
+            EXPECT_TRUE(bytes.substr(HeadBytes(plan)) ==
+                        whole.substr(HeadBytes(plan), frameStart(kept) - HeadBytes(plan)));
+        }
+    }
+}

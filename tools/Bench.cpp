@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -15,6 +16,8 @@
 #include "public/vornmake.h"
 #include "tools/Commands.h"
 #include "tools/Exit.h"
+#include "tools/Interrupt.h"
+#include "tools/Output.h"
 
 namespace vorn {
 
@@ -29,6 +32,7 @@ struct BenchRun {
     double total = 0;
     uint64_t bytes = 0;
     uint64_t checksum = 0;
+    std::string message; // the library's own words
 };
 
 // The library's callbacks carry no word of the caller's.
@@ -48,15 +52,46 @@ void CloseStage(BenchRun* run) {
     run->since = now;
 }
 
-uint32_t HearStage(uint32_t code, void*, const char* text) {
-    if (code != VORN_PROGRESS) {
-        PrintError(text);
-        return 0;
+uint32_t HearStage(uint32_t code, void*, const char* text) noexcept {
+    try {
+        if (code != VORN_PROGRESS) {
+            measured->message = text;
+            return 0;
+        }
+        CloseStage(measured);
+        measured->group = GroupOf(text);
+    } catch (...) { // no memory for a name: the stage counts to the one before
     }
-    CloseStage(measured);
-    measured->group = GroupOf(text);
     return 0;
 }
+
+// A folder for the movie, empty before and gone afterwards, also if a signal ends the program.
+class TemporaryMovie {
+public:
+    TemporaryMovie() {
+        const char* place = std::getenv("TMPDIR");
+        folder = fmt::format("{}/vorn-bench-XXXXXX", place != nullptr ? place : "/tmp");
+        if (mkdtemp(folder.data()) == nullptr)
+            throw Failure{EXIT_FAILED, fmt::format("{}: can't be created ({})", folder, std::strerror(errno))};
+        name = folder + "/movie";
+        notes[0].Note(name);
+        notes[1].Note(name + ".tmp");
+        notes[2].Note(folder);
+    }
+    ~TemporaryMovie() {
+        std::remove(name.c_str());
+        std::remove((name + ".tmp").c_str());
+        rmdir(folder.c_str());
+    }
+    TemporaryMovie(const TemporaryMovie&) = delete;
+    TemporaryMovie& operator=(const TemporaryMovie&) = delete;
+    const std::string& Name() const { return name; }
+
+private:
+    std::string folder;
+    std::string name;
+    UnfinishedFile notes[3]; // in the order in which they can be removed
+};
 
 // FNV-1a of a file's bytes.
 uint64_t ChecksumOf(const std::string& name) {
@@ -73,7 +108,9 @@ std::vector<std::vector<uint8_t>> LoadFrames(FrameSource* source, uint32_t most)
     std::vector<std::vector<uint8_t>> frames;
     while (most == 0 || frames.size() < most) {
         std::vector<uint8_t> bgra(size_t(source->format.width) * source->format.height * 4);
-        if (source->Read(bgra.data()) != ReadResult::DONE) break;
+        const ReadResult result = source->Read(bgra.data());
+        if (result == ReadResult::CUT) throw Failure{EXIT_DAMAGED, source->problem};
+        if (result != ReadResult::DONE) break;
         frames.push_back(std::move(bgra));
     }
     if (frames.empty()) throw Failure{EXIT_DAMAGED, fmt::format("{}: holds no frame", source->name)};
@@ -90,12 +127,14 @@ BenchRun MakeOnce(const BenchOptions& options, const PictureFormat& format,
         VornMake(name.c_str(), format.width * 4, format.width, format.height, static_cast<uint32_t>(frames.size()), 0,
                  format.grey ? 100 : 0, format.rate.numerator, format.rate.denominator, 0, nullptr,
                  static_cast<int32_t>(options.lookAhead), HearStage);
-    if (movie == nullptr) throw Failure{EXIT_FAILED, fmt::format("{}: the library refused", name)};
+    if (movie == nullptr) throw Failure{EXIT_FAILED, fmt::format("{}: {}", name, run.message)};
     for (size_t i = 0; i < frames.size(); i++)
         VornMakePutVideo(movie, frameBytes, UINT32_MAX, i == 0, frames[i].data());
     run.bytes = VornMakeClose(movie, 0);
     CloseStage(&run);
     run.total = std::chrono::duration<double>(run.since - begin).count();
+    if (!run.message.empty()) throw Failure{EXIT_FAILED, fmt::format("{}: {}", name, run.message)};
+    CheckMovie(name, static_cast<int64_t>(frames.size()), name);
     run.checksum = ChecksumOf(name);
     return run;
 }
@@ -126,16 +165,14 @@ int RunBench(const BenchOptions& options) {
     const auto frames = LoadFrames(source.get(), options.frames);
     const uint32_t frameBytes =
         options.frameBytes != 0 ? options.frameBytes : std::max(64u, format.width * format.height / 8);
-    const char* folder = std::getenv("TMPDIR");
-    const std::string name = fmt::format("{}/vorn-bench-{}.vrn", folder != nullptr ? folder : "/tmp", getpid());
+    const TemporaryMovie temporary;
     const uint32_t threads = options.threads != 0 ? options.threads : VornMakeSetMaxCPUs(0);
     VornMakeSetMaxCPUs(threads);
     BenchRun best;
     for (uint32_t round = 0; round < options.rounds; round++) {
-        BenchRun run = MakeOnce(options, format, frames, frameBytes, name);
+        BenchRun run = MakeOnce(options, format, frames, frameBytes, temporary.Name());
         if (round == 0 || run.total < best.total) best = std::move(run);
     }
-    std::remove(name.c_str());
     Print(best, format, frames.size(), threads);
     return EXIT_DONE;
 }

@@ -77,6 +77,18 @@ struct MixOptions {
 };
 int RunMix(const MixOptions& options);
 
+struct ReportOptions {
+    std::string movie;
+    std::string output;          // a page
+    InputOptions source;         // no names: none
+    std::vector<uint32_t> shown; // frames to show beside their source; none: a few are chosen
+    uint32_t frameBytes = 0;     // what the movie was made with; 0: by `rateKbit`
+    double rateKbit = 0;         // the same in 1000 bits a second; 0: not known
+    bool force = false;
+    bool quiet = false;
+};
+int RunReport(const ReportOptions& options);
+
 struct SceneOptions {
     std::string scene;
     std::string output;

@@ -67,7 +67,7 @@ void PrintErrors(const reader::Movie& movie, const PlaneError errors[reader::PLA
 
 // Source on the left, result on the right, a grey bar between.
 void WriteSides(const std::string& name, const std::vector<uint8_t>& source, const std::vector<uint8_t>& result,
-                uint32_t width, uint32_t height, bool alpha) {
+                uint32_t width, uint32_t height, bool alpha, bool force) {
     constexpr uint32_t BAR = 8;
     const size_t row = size_t(width) * 4;
     std::vector<uint8_t> sides;
@@ -78,7 +78,7 @@ void WriteSides(const std::string& name, const std::vector<uint8_t>& source, con
         for (uint32_t x = 0; x < BAR; x++) sides.insert(sides.end(), {128, 128, 128, 255});
         sides.insert(sides.end(), result.begin() + place, result.begin() + place + length);
     }
-    WritePng(name, sides.data(), width * 2 + BAR, height, alpha);
+    WritePng(name, sides.data(), width * 2 + BAR, height, alpha, force);
 }
 
 void CheckSizes(const CompareOptions& options, const reader::Movie& movie, const FrameSource& source) {
@@ -126,7 +126,7 @@ int RunCompare(const CompareOptions& options) {
         AddFrame(movie, planes, walk, errors);
         if (frame != shown || target.empty()) continue;
         walk.ToBgra(&decoded);
-        WriteSides(target, bgra, decoded, source->format.width, source->format.height, movie.hasAlpha);
+        WriteSides(target, bgra, decoded, source->format.width, source->format.height, movie.hasAlpha, options.force);
     }
     progress.Clear();
     PrintErrors(movie, errors, one ? 1 : frames);

@@ -1,7 +1,6 @@
 // Decode.cpp - `vorn decode`: a movie's pictures as Y4M, raw or PNG, and its sound as WAV.
 #include "tools/Commands.h"
 #include "tools/Exit.h"
-#include "tools/Interrupt.h"
 #include "tools/MovieFile.h"
 #include "tools/Output.h"
 #include "tools/Png.h"
@@ -34,6 +33,12 @@ void WriteY4mHead(OutputFile* file, const reader::Movie& movie) {
     file->Write(head.data(), head.size());
 }
 
+// Whether the part of a result that came before damage may be written. A complete older file stays rather than giving way to
+// it, and nothing makes no file.
+bool KeepsPart(const std::string& target, bool any) {
+    return target == "-" || (any && !FileStands(target));
+}
+
 struct FrameRange {
     uint32_t first;
     uint32_t end; // behind the last
@@ -50,18 +55,17 @@ FrameRange ChooseFrames(const DecodeOptions& options, const reader::Movie& movie
 
 int DecodePictures(const DecodeOptions& options, const reader::Movie& movie, const std::string& target, bool y4m) {
     const FrameRange range = ChooseFrames(options, movie);
-    OutputFile file(target);
+    OutputFile file(target, options.force);
     if (y4m) WriteY4mHead(&file, movie);
     FrameWalk walk(options.movie, movie, range.first);
     Progress progress(options.quiet, range.end - range.first, {});
     std::vector<uint8_t> bgra;
     for (uint32_t frame = range.first; frame < range.end; frame++) {
-        if (InterruptCount() > 0)
-            throw Failure{EXIT_FAILED, fmt::format("{}: stopped by a signal; nothing is left", options.output)};
         try {
             walk.Next();
         } catch (const Failure& failure) {
-            // What came before the damage is kept.
+            if (!KeepsPart(target, frame != range.first))
+                throw Failure{failure.code, fmt::format("{}; {} was not written", failure.text, options.output)};
             file.Finish();
             throw Failure{failure.code, fmt::format("{}; {} has the {} frames before", failure.text, options.output,
                                                     frame - range.first)};
@@ -86,7 +90,7 @@ int DecodePng(const DecodeOptions& options, const reader::Movie& movie, const st
     walk.Next();
     std::vector<uint8_t> bgra;
     walk.ToBgra(&bgra);
-    WritePng(target, bgra.data(), movie.header.width, movie.header.height, movie.hasAlpha);
+    WritePng(target, bgra.data(), movie.header.width, movie.header.height, movie.hasAlpha, options.force);
     return EXIT_DONE;
 }
 
@@ -106,7 +110,11 @@ int DecodeSound(const DecodeOptions& options, const reader::Movie& movie, const 
     const size_t bytes = sound.samples.size() * 2;
     if (sound.kind.sampleRate == 0 || bytes > UINT32_MAX - 64)
         throw Failure{EXIT_FAILED, fmt::format("{}: track {} can't be written as WAV", options.movie, options.track)};
-    OutputFile file(target);
+    if (!whole && !KeepsPart(target, !sound.samples.empty()))
+        throw Failure{EXIT_DAMAGED,
+                      fmt::format("{}: track {} breaks off after {} samples; {} was not written", options.movie,
+                                  options.track, sound.samples.size() / sound.kind.channels, options.output)};
+    OutputFile file(target, options.force);
     WriteWavHead(&file, sound.kind.sampleRate, sound.kind.channels, static_cast<uint32_t>(bytes));
     for (const int16_t sample : sound.samples) {
         const uint8_t pair[2] = {static_cast<uint8_t>(sample), static_cast<uint8_t>(sample >> 8)};

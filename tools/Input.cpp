@@ -16,6 +16,8 @@
 namespace vorn {
 
 constexpr size_t BUFFER_BYTES = 1 << 16;
+constexpr uint32_t MOST_WIDTH = 4032;         // of the library
+constexpr uint64_t MOST_PIXELS = 226'000'000; // with the shortest look-ahead a movie of more needs over 4 GiB of memory
 
 ByteInput::ByteInput(const std::string& fileName) : name(fileName == "-" ? "standard input" : fileName) {
     descriptor = fileName == "-" ? STDIN_FILENO : open(fileName.c_str(), O_RDONLY | O_CLOEXEC);
@@ -169,6 +171,12 @@ private:
 };
 
 } // namespace
+
+void CheckPictureSize(const std::string& name, const PictureFormat& format) {
+    if (format.width <= MOST_WIDTH && uint64_t(format.width) * format.height <= MOST_PIXELS) return;
+    throw Failure{EXIT_FAILED, fmt::format("{}: {}x{} pixels; a movie can have up to {}, and be up to {} wide", name,
+                                           format.width, format.height, MOST_PIXELS, MOST_WIDTH)};
+}
 
 std::unique_ptr<FrameSource> ReadAhead(std::unique_ptr<FrameSource> source, uint64_t limit) {
     return std::make_unique<AheadSource>(std::move(source), limit);

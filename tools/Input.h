@@ -83,6 +83,9 @@ struct InputOptions {
 // All inputs, one behind the other. Throws a Failure, also if their sizes or rates differ, or nobody knows the rate.
 std::unique_ptr<FrameSource> OpenFrames(const InputOptions& options);
 
+// Throws a Failure if no movie can hold such a picture; to be called before there is memory for one.
+void CheckPictureSize(const std::string& name, const PictureFormat& format);
+
 std::unique_ptr<FrameSource> OpenY4m(const std::string& name);
 std::unique_ptr<FrameSource> OpenRaw(const std::string& name, uint32_t width, uint32_t height);
 // Reads up to `limit` bytes of pictures ahead, so that a short pipe's length is known before the work begins.

@@ -1,11 +1,32 @@
-// Interrupt.h - SIGINT, SIGTERM and SIGHUP: once asks a command to finish with what it has, twice to give up.
+// Interrupt.h - SIGINT, SIGTERM and SIGHUP. As a rule they end the program with exit code 1, and nothing unfinished stays
+// behind. A command that can finish what it has counts them instead: once asks it to finish, twice to give up.
 #pragma once
+
+#include <string>
 
 namespace vorn {
 
-// From here on the three signals are counted; system calls that wait return with EINTR.
+// From here on one of the three signals removes all UnfinishedFiles and ends the program.
 void CatchInterrupts();
-// Signals so far.
+// From here on they are only counted; system calls that wait return with EINTR.
+void CountInterrupts();
+// Signals counted so far.
 int InterruptCount();
+
+// A file, or an empty folder, that a signal removes on the way out. It does nothing else: its owner removes it in all other
+// cases.
+class UnfinishedFile {
+public:
+    UnfinishedFile() = default;
+    ~UnfinishedFile() { Forget(); }
+    UnfinishedFile(const UnfinishedFile&) = delete;
+    UnfinishedFile& operator=(const UnfinishedFile&) = delete;
+
+    void Note(const std::string& name);
+    void Forget();
+
+private:
+    int slot = -1; // -1: none is noted
+};
 
 } // namespace vorn

@@ -1,5 +1,8 @@
 // Main.cpp - the program `vorn`: its arguments, and how it ends. The only file that knows the option parser.
+#include <cerrno>
 #include <csignal>
+
+#include <fcntl.h>
 
 #include <CLI/CLI.hpp>
 
@@ -70,7 +73,7 @@ void AddVerify(CLI::App* main, VerifyCommandOptions* o) {
     CLI::App* app = main->add_subcommand("verify", "Decode all of a movie and check every rule of the format");
     app->add_option("MOVIE", o->movie, "The movie")->required();
     app->add_option("--most", o->most, "Print at most so many violations (10)")->type_name("N");
-    app->add_flag("--growing", o->growing, "The movie isn't finished yet: a NAME.vrn.tmp");
+    app->add_flag("--growing", o->growing, "The movie isn't finished yet: a NAME.part.tmp");
     app->add_flag("!--no-pacing", o->pacing, "Sound need not be 3/4 of a second ahead (after mix --fps)");
     app->add_flag("-q,--quiet", o->quiet, "Violations only");
     app->footer(
@@ -103,6 +106,28 @@ void AddCompare(CLI::App* main, CompareOptions* o) {
         ->type_name("N");
     AddForce(app, &o->force, &o->quiet);
     app->footer("Example: vorn compare clip.vrn clip.y4m -o sides.png");
+}
+
+void AddReport(CLI::App* main, ReportOptions* o) {
+    CLI::App* app = main->add_subcommand("report", "Make a page that plays a movie and shows where its bytes go");
+    app->add_option("MOVIE", o->movie, "The movie")->required();
+    app->add_option("-o,--output", o->output, "The page, with everything in it; - is standard output")
+        ->required()
+        ->type_name("OUT.html");
+    app->add_option("--source", o->source.names, "What it was made from, to show errors and pictures side by side")
+        ->allow_extra_args(false)
+        ->type_name("FILE");
+    app->add_option("--raw", o->source.raw, "The source is raw pictures, bytes B, G, R, A")->type_name("WIDTHxHEIGHT");
+    app->add_option("--show", o->shown, "Show this frame beside its source; any number of them")
+        ->allow_extra_args(false)
+        ->type_name("N");
+    app->add_option("--frame-bytes", o->frameBytes, "The budget that it was made with (the mean frame)")
+        ->type_name("N");
+    app->add_option("--rate", o->rateKbit, "The same as a data rate in kbit/s")
+        ->check(CLI::PositiveNumber)
+        ->type_name("KBIT");
+    AddForce(app, &o->force, &o->quiet);
+    app->footer("Example: vorn report clip.vrn --source clip.y4m --rate 800 -o clip.html");
 }
 
 void AddMix(CLI::App* main, MixOptions* o) {
@@ -165,6 +190,7 @@ int Run(int count, char** arguments) {
     DecodeOptions decode;
     CompareOptions compare;
     MixOptions mix;
+    ReportOptions report;
     SceneOptions scene;
     BenchOptions bench;
     CLI::App app{"vorn - makes, reads and checks movies of the Vorn format"};
@@ -179,6 +205,7 @@ int Run(int count, char** arguments) {
     AddDecode(&app, &decode);
     AddCompare(&app, &compare);
     AddMix(&app, &mix);
+    AddReport(&app, &report);
     AddScene(&app, &scene);
     AddBench(&app, &bench);
     try {
@@ -194,6 +221,7 @@ int Run(int count, char** arguments) {
     if (name == "decode") return RunDecode(decode);
     if (name == "compare") return RunCompare(compare);
     if (name == "mix") return RunMix(mix);
+    if (name == "report") return RunReport(report);
     if (name == "bench") return RunBench(bench);
     return RunScene(scene);
 }
@@ -202,7 +230,16 @@ int Run(int count, char** arguments) {
 
 } // namespace vorn
 
+// A caller may have closed the first three descriptors; an output file must not get one of their numbers. What is put in
+// their place answers the wrong use with an error.
+static void OpenStandardStreams() {
+    const int modes[3] = {O_WRONLY, O_RDONLY, O_RDWR};
+    for (int number = 0; number < 3; number++)
+        if (fcntl(number, F_GETFD) < 0 && errno == EBADF) open("/dev/null", modes[number]); // takes the lowest number
+}
+
 int main(int count, char** arguments) {
+    OpenStandardStreams();
     // A reader of ours that has gone shows as a failed write.
     std::signal(SIGPIPE, SIG_IGN);
     vorn::CatchInterrupts();

@@ -20,6 +20,7 @@ namespace vorn {
 constexpr uint64_t AHEAD_BYTES = 64 << 20;
 constexpr uint32_t PIPE_CAPACITY = 108000;  // frames: an hour at 30 a second, 432000 bytes of index
 constexpr uint32_t MOST_CAPACITY = 1 << 28; // frames: their index and errors stay below 4 GiB of memory
+constexpr double MOST_TRACK_BYTES = 4294967292;
 
 namespace {
 
@@ -36,6 +37,7 @@ struct MakeRun {
     std::unique_ptr<FrameSource> source;
     SoundTracks sounds;
     std::string target;
+    std::optional<MoviePart> part; // the movie until it is known to be good
     uint32_t capacity = 0;
     uint32_t frameBytes = 0;
     VornMakeState* movie = nullptr;
@@ -48,18 +50,21 @@ struct MakeRun {
 // The library's callbacks carry no word of the caller's.
 MakeRun* running = nullptr;
 
-uint32_t HearLibrary(uint32_t code, void* record, const char* text) {
+uint32_t HearLibrary(uint32_t code, void* record, const char* text) noexcept {
     MakeRun& run = *running;
-    if (code == VORN_MESSAGE) {
-        if (!run.message.empty()) run.message += "; ";
-        run.message += text;
-        return 0;
+    try {
+        if (code == VORN_MESSAGE) {
+            if (!run.message.empty()) run.message += "; ";
+            run.message += text;
+            return 0;
+        }
+        auto* state = static_cast<VornMakeState*>(record);
+        run.framesDone = state->framesDone;
+        run.failed = state->failed != 0;
+        if (InterruptCount() > 1) state->cancel = 2;
+        run.progress->Update(state->framesDone, state->fileBytes);
+    } catch (...) { // no memory for a line: nothing depends on it
     }
-    auto* state = static_cast<VornMakeState*>(record);
-    run.framesDone = state->framesDone;
-    run.failed = state->failed != 0;
-    run.progress->Update(state->framesDone, state->fileBytes);
-    if (InterruptCount() > 1) state->cancel = 2;
     return InterruptCount() > 0 ? 1 : 0;
 }
 
@@ -78,24 +83,56 @@ uint32_t ChooseFrameBytes(const MakeOptions& options, const PictureFormat& forma
     return static_cast<uint32_t>(std::llround(bytes));
 }
 
-uint32_t ChooseCapacity(const MakeRun& run) {
-    const MakeOptions& options = run.options;
-    uint64_t capacity = options.capacity != 0 ? options.capacity : PIPE_CAPACITY;
-    if (options.capacity == 0) {
-        const Fraction rate = run.source->format.rate;
-        for (const auto& sound : run.sounds.sources) {
-            // The sound's length and a second.
-            const double frames = std::ceil((sound->seconds + 1) * rate.numerator / rate.denominator);
-            capacity = std::max<uint64_t>(capacity, static_cast<uint64_t>(std::min<double>(frames, MOST_CAPACITY)));
-        }
+// Most frames whose sound every track can hold: the library counts a track's PCM bytes in 32 bits, in whole words.
+uint64_t MostFramesForSound(const MakeRun& run) {
+    const Fraction rate = run.source->format.rate;
+    double most = MOST_CAPACITY;
+    for (const auto& sound : run.sounds.sources) {
+        const double bytesPerFrame =
+            double(sound->sampleRate) * sound->channels * 2 * rate.denominator / rate.numerator;
+        most = std::min(most, MOST_TRACK_BYTES / bytesPerFrame);
     }
-    if (run.source->frames) capacity = *run.source->frames;
-    if (options.frames != 0)
-        capacity = run.source->frames ? std::min<uint64_t>(capacity, options.frames) : options.frames;
+    return static_cast<uint64_t>(most);
+}
+
+void CheckCapacity(const MakeRun& run, uint64_t capacity) {
     if (capacity > MOST_CAPACITY)
         throw Failure{EXIT_FAILED, fmt::format("{}: {} frames; a movie can hold up to {} (--frames takes fewer)",
                                                run.source->name, capacity, MOST_CAPACITY)};
-    return std::max(1u, static_cast<uint32_t>(capacity));
+    const uint64_t most = MostFramesForSound(run);
+    if (capacity <= most) return;
+    const Fraction rate = run.source->format.rate;
+    throw Failure{EXIT_FAILED,
+                  fmt::format("{}: {} frames at {}/{} a second; its sound can last for {} (4 GiB of samples a track)",
+                              run.source->name, capacity, rate.numerator, rate.denominator, most)};
+}
+
+// The room of a movie whose number of frames nobody knows.
+uint64_t CapacityOfPipe(const MakeRun& run) {
+    const Fraction rate = run.source->format.rate;
+    uint64_t capacity = PIPE_CAPACITY;
+    for (const auto& sound : run.sounds.sources) {
+        // The sound's length and a second.
+        const double frames = std::ceil((sound->seconds + 1) * rate.numerator / rate.denominator);
+        capacity = std::max<uint64_t>(capacity, static_cast<uint64_t>(std::min<double>(frames, MOST_CAPACITY)));
+    }
+    return std::min(capacity, std::max<uint64_t>(1, MostFramesForSound(run)));
+}
+
+uint32_t ChooseCapacity(const MakeRun& run) {
+    const MakeOptions& options = run.options;
+    uint64_t capacity = options.capacity;
+    if (run.source->frames) {
+        capacity = *run.source->frames;
+        if (options.frames != 0) capacity = std::min<uint64_t>(capacity, options.frames);
+    } else if (options.frames != 0) {
+        capacity = options.frames;
+    } else if (capacity == 0) {
+        capacity = CapacityOfPipe(run);
+    }
+    capacity = std::max<uint64_t>(1, capacity);
+    CheckCapacity(run, capacity);
+    return static_cast<uint32_t>(capacity);
 }
 
 void BeginMovie(MakeRun* run) {
@@ -104,7 +141,7 @@ void BeginMovie(MakeRun* run) {
     const bool grey = options.grey || format.grey;
     if (options.threads != 0) VornMakeSetMaxCPUs(options.threads);
     const auto& tracks = run->sounds.descriptors;
-    run->movie = VornMake(run->target.c_str(), format.width * 4, format.width, format.height, run->capacity,
+    run->movie = VornMake(run->part->PartName().c_str(), format.width * 4, format.width, format.height, run->capacity,
                           options.keyInterval, (grey ? 100 : 0) + (options.alpha ? 1000 : 0), format.rate.numerator,
                           format.rate.denominator, static_cast<uint32_t>(tracks.size()), tracks.data(),
                           static_cast<int32_t>(options.lookAhead), HearLibrary);
@@ -134,6 +171,17 @@ ReadResult PushFrames(MakeRun* run, bool* tooMany) {
     }
 }
 
+// The library has given up the movie, perhaps only while it closed it. What it left under its temporary name is of use only if
+// it is all there.
+[[noreturn]] void TellFailure(MakeRun* run) {
+    const std::string temporary = run->part->PartName() + ".tmp";
+    if (!run->message.empty() && MovieStands(temporary))
+        throw Failure{EXIT_FAILED, fmt::format("{}: {}", run->options.output, run->message)};
+    std::remove(temporary.c_str());
+    throw Failure{EXIT_FAILED, fmt::format("{}: could not be written completely (disk full?); nothing is left",
+                                           run->options.output)};
+}
+
 // Closes the movie and makes sure that it is there. `stopped`: what waits in the queue is given up.
 void CloseMovie(MakeRun* run, bool stopped) {
     const std::string& name = run->options.output;
@@ -142,21 +190,16 @@ void CloseMovie(MakeRun* run, bool stopped) {
     const uint32_t waiting = stopped ? 0 : run->movie->queueCount;
     const bool nothing = run->framesDone + waiting == 0;
     const bool twice = InterruptCount() > 1;
-    const bool failed = run->failed;
     const int64_t expected = int64_t(run->framesDone) + waiting;
-    VornMakeClose(run->movie, nothing || twice || failed);
+    VornMakeClose(run->movie, nothing || twice || run->failed);
     run->movie = nullptr;
     run->progress->Clear();
     if (twice || InterruptCount() > 1)
         throw Failure{EXIT_FAILED, fmt::format("{}: stopped twice; the movie was dropped and nothing is left", name)};
-    if (!run->message.empty()) throw Failure{EXIT_FAILED, fmt::format("{}: {}", name, run->message)};
-    if (failed || run->failed)
-        throw Failure{EXIT_FAILED, fmt::format("{}: frame {} could not be written (disk full?); nothing is left", name,
-                                               run->framesDone)};
     if (nothing) return;
-    const bool early = stopped || InterruptCount() > 0;
-    run->framesDone = CheckMovie(run->target, early ? -1 : expected);
-    SyncFolder(run->target);
+    if (!FileStands(run->part->PartName())) TellFailure(run);
+    const bool early = stopped || InterruptCount() > 0 || !run->message.empty();
+    run->framesDone = CheckMovie(run->part->PartName(), early ? -1 : expected, name);
 }
 
 void Report(const MakeRun& run, const std::string& what) {
@@ -165,22 +208,24 @@ void Report(const MakeRun& run, const std::string& what) {
     const auto bytes = stat(run.target.c_str(), &info) == 0 ? static_cast<uint64_t>(info.st_size) : 0;
     const Fraction rate = run.source->format.rate;
     const double seconds = double(run.framesDone) * rate.denominator / rate.numerator;
-    fmt::print(stderr, "{}: {}{} frames, {} bytes, {:.2f} kbit/s\n", run.options.output, what, run.framesDone, bytes,
-               seconds > 0 ? static_cast<double>(bytes) * 8 / 1000 / seconds : 0.0);
+    Say(fmt::format("{}: {}{} frames, {} bytes, {:.2f} kbit/s\n", run.options.output, what, run.framesDone, bytes,
+                    seconds > 0 ? static_cast<double>(bytes) * 8 / 1000 / seconds : 0.0));
 }
 
 int Finish(MakeRun* run, ReadResult ended, bool tooMany) {
-    {
-        Replacement replacement(run->target);
-        CloseMovie(run, ended == ReadResult::STOPPED);
-        if (run->framesDone != 0) replacement.Keep();
-    }
+    CloseMovie(run, ended == ReadResult::STOPPED);
+    if (run->framesDone != 0) run->part->Publish();
     const std::string& name = run->options.output;
     if (InterruptCount() > 0) {
         if (run->framesDone == 0)
             throw Failure{EXIT_FAILED, fmt::format("{}: stopped before the first frame; nothing is left", name)};
         Report(*run, "stopped by a signal, finished with ");
         return EXIT_STOPPED;
+    }
+    // The movie has become as long as a movie can be.
+    if (!run->message.empty()) {
+        if (run->framesDone != 0) Report(*run, "");
+        throw Failure{run->framesDone != 0 ? EXIT_DAMAGED : EXIT_FAILED, fmt::format("{}: {}", name, run->message)};
     }
     if (run->framesDone == 0)
         throw Failure{EXIT_DAMAGED, ended == ReadResult::CUT ? run->source->problem
@@ -208,9 +253,10 @@ int RunMake(const MakeOptions& options) {
         sounds.push_back(ParseAudioOption(text, static_cast<uint32_t>(sounds.size())));
         inputs.push_back(sounds.back().name);
     }
+    CheckSoundOptions("--audio", sounds, options.input.names);
     if (options.output == "-") throw Failure{EXIT_USAGE, "-o -: a movie can't be written to a pipe; name a file"};
     run.target = CheckOutput(options.output, inputs, options.force, false);
-    CheckTemporary(run.target, inputs, options.force);
+    run.part.emplace(run.target, inputs, options.force);
     run.source = OpenFrames(options.input);
     if (options.alpha && !run.source->format.alpha)
         throw Failure{EXIT_USAGE, fmt::format("--alpha: {} carries none; raw pictures (--raw) do", run.source->name)};
@@ -222,6 +268,7 @@ int RunMake(const MakeOptions& options) {
                          run.source->format.rate);
     running = &run;
     bool tooMany = false;
+    CountInterrupts();
     BeginMovie(&run);
     const ReadResult ended = PushFrames(&run, &tooMany);
     return Finish(&run, ended, tooMany);

@@ -21,23 +21,28 @@ struct MixRun {
 // The library's callbacks carry no word of the caller's.
 MixRun* running = nullptr;
 
-uint32_t HearLibrary(uint32_t code, void* record, const char* text) {
-    if (code == VORN_MESSAGE) {
-        running->message = text;
-        return 0;
+uint32_t HearLibrary(uint32_t code, void* record, const char* text) noexcept {
+    try {
+        if (code == VORN_MESSAGE) {
+            running->message = text;
+            return 0;
+        }
+        const auto* mix = static_cast<const VornMixRecord*>(record);
+        running->progress->Update(mix->frame, mix->outputPosition);
+    } catch (...) { // no memory for a line: nothing depends on it
     }
-    const auto* mix = static_cast<const VornMixRecord*>(record);
-    running->progress->Update(mix->frame, mix->outputPosition);
     running->cancelled = running->cancelled || InterruptCount() > 0;
     return running->cancelled ? 1 : 0;
 }
 
 // An id that neither the movie nor a descriptor bears.
 uint32_t UnusedId(const reader::Movie& movie) {
+    std::vector<uint32_t> ids;
+    for (const reader::Track& track : movie.tracks) ids.push_back(track.id);
+    std::sort(ids.begin(), ids.end());
     uint32_t id = 0;
-    while (std::any_of(movie.tracks.begin(), movie.tracks.end(),
-                       [&](const reader::Track& track) { return track.id == id; }))
-        id++;
+    for (const uint32_t taken : ids)
+        if (taken == id) id++;
     return id;
 }
 
@@ -59,6 +64,24 @@ void AddDrops(const MixOptions& options, const reader::Movie& movie, SoundTracks
     sounds->descriptors.push_back(none);
 }
 
+// Arguments that contradict one another.
+void CheckArguments(const MixOptions& options, const std::vector<SoundOption>& tracks) {
+    if (tracks.empty() && options.drops.empty() && options.rate.empty())
+        throw Failure{EXIT_USAGE, "mix: nothing to do; give --track, --drop or --fps"};
+    CheckSoundOptions("--track", tracks, {});
+    for (const SoundOption& track : tracks)
+        if (std::count(options.drops.begin(), options.drops.end(), track.id) != 0)
+            throw Failure{EXIT_USAGE, fmt::format("--drop {}: --track {}={} brings it; give one of them", track.id,
+                                                  track.id, track.name)};
+    if (tracks.empty() && (options.delayFrames != 0 || options.delayMilliseconds != 0))
+        throw Failure{EXIT_USAGE, "--delay, --delay-ms: delay new sound; give --track with them"};
+}
+
+// What the library's message is about: the input, or anything else.
+int CodeOf(const std::string& message) {
+    return message.rfind("Input ", 0) == 0 ? EXIT_DAMAGED : EXIT_FAILED;
+}
+
 int32_t ChooseShift(const MixOptions& options) {
     if (options.delayFrames != 0 && options.delayMilliseconds != 0)
         throw Failure{EXIT_USAGE, "--delay and --delay-ms: give one of them"};
@@ -75,8 +98,7 @@ int RunMix(const MixOptions& options) {
         tracks.push_back(ParseTrackOption(text));
         inputs.push_back(tracks.back().name);
     }
-    if (tracks.empty() && options.drops.empty() && options.rate.empty())
-        throw Failure{EXIT_USAGE, "mix: nothing to do; give --track, --drop or --fps"};
+    CheckArguments(options, tracks);
     const int32_t shift = ChooseShift(options);
     const Fraction rate = options.rate.empty() ? Fraction{} : ParseRate("--fps", options.rate);
     // The movie itself may be the output: it is replaced only once the new one is complete, and with --force only.
@@ -85,7 +107,7 @@ int RunMix(const MixOptions& options) {
             throw Failure{EXIT_USAGE, fmt::format("{}: is the input {} itself", options.output, sound)};
     const std::string target = CheckOutput(options.output, {}, options.force, true);
     inputs.push_back(options.movie);
-    CheckTemporary(target, inputs, options.force);
+    MoviePart part(target, inputs, options.force);
     uint32_t frames = 0;
     SoundTracks sounds;
     Fraction movieRate;
@@ -102,21 +124,20 @@ int RunMix(const MixOptions& options) {
     MixRun run;
     run.progress = &progress;
     running = &run;
-    Replacement replacement(target);
+    CountInterrupts();
     const uint32_t bytes =
-        VornMix(options.movie.c_str(), target.c_str(), 0, rate.numerator, rate.denominator, shift,
+        VornMix(options.movie.c_str(), part.PartName().c_str(), 0, rate.numerator, rate.denominator, shift,
                 static_cast<uint32_t>(sounds.descriptors.size()), sounds.descriptors.data(), HearLibrary);
     progress.Clear();
     if (run.cancelled)
         throw Failure{EXIT_FAILED, fmt::format("{}: stopped by a signal; nothing is left", options.output)};
     if (bytes == 0 || !run.message.empty())
-        throw Failure{EXIT_FAILED,
-                      fmt::format("{}: {}", options.output,
+        throw Failure{CodeOf(run.message),
+                      fmt::format("{}: {}", CodeOf(run.message) == EXIT_DAMAGED ? options.movie : options.output,
                                   run.message.empty() ? "the library failed without a word" : run.message)};
-    CheckMovie(target, frames);
-    replacement.Keep();
-    SyncFolder(target);
-    if (!options.quiet) fmt::print(stderr, "{}: {} frames, {} bytes\n", options.output, frames, bytes);
+    CheckMovie(part.PartName(), frames, options.output);
+    part.Publish();
+    if (!options.quiet) Say(fmt::format("{}: {} frames, {} bytes\n", options.output, frames, bytes));
     if (const std::string problem = sounds.Problem(); !problem.empty())
         throw Failure{EXIT_DAMAGED, fmt::format("{}; silence stands in for the rest", problem)};
     return EXIT_DONE;

@@ -1,6 +1,8 @@
 // MovieFile.cpp - see MovieFile.h.
 #include "tools/MovieFile.h"
 
+#include <sys/stat.h>
+
 #include "tools/Exit.h"
 #include "tools/Input.h"
 #include "tools/Text.h"
@@ -15,10 +17,13 @@ static std::string WhatIsWrong(const reader::Violations& violations) {
 }
 
 void OpenMovieFile(const std::string& name, bool growing, reader::Movie* movie, reader::Violations* violations) {
+    if (name == "-") throw Failure{EXIT_USAGE, "-: a movie can't be read from a pipe; name a file"};
+    struct stat info = {};
+    if (stat(name.c_str(), &info) == 0 && !S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode))
+        throw Failure{EXIT_FAILED, fmt::format("{}: is a device or a pipe; a movie is read from a plain file", name)};
     { const ByteInput probe(name); } // says by name what can't be opened
     reader::MovieOptions options;
     options.growing = growing;
-    if (name == "-") throw Failure{EXIT_USAGE, "-: a movie can't be read from a pipe; name a file"};
     if (!reader::OpenMovie(name, options, movie, violations))
         throw Failure{EXIT_DAMAGED, fmt::format("{}: {}", name, WhatIsWrong(*violations))};
 }

@@ -5,6 +5,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -66,12 +67,86 @@ std::string CheckOutput(const std::string& name, const std::vector<std::string>&
     return target;
 }
 
-void CheckTemporary(const std::string& name, const std::vector<std::string>& inputs, bool force) {
-    const std::string old = name + ".old";
-    const std::string temporary = name + ".tmp";
+void SyncFolder(const std::string& name) {
+    const int folder = open(FolderOf(name).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (folder < 0) return;
+    fsync(folder);
+    close(folder);
+}
+
+// How many frames a complete movie counts.
+static std::optional<uint32_t> FramesOf(const std::string& fileName) {
+    uint8_t head[HEADER_BYTES] = {};
     struct stat info = {};
-    if (lstat(name.c_str(), &info) == 0 && lstat(old.c_str(), &info) == 0)
-        throw Failure{EXIT_EXISTS, fmt::format("{}: is in the way; {} is kept there while it is replaced", old, name)};
+    FILE* file = std::fopen(fileName.c_str(), "rb");
+    const bool read =
+        file != nullptr && std::fread(head, 1, sizeof head, file) == sizeof head && fstat(fileno(file), &info) == 0;
+    if (file != nullptr) std::fclose(file);
+    const auto word = [&](size_t i) {
+        return uint32_t(head[i]) | uint32_t(head[i + 1]) << 8 | uint32_t(head[i + 2]) << 16 |
+               uint32_t(head[i + 3]) << 24;
+    };
+    const bool good = read && IsMovieMagic(word(0)) && uint64_t(word(4)) + 8 == static_cast<uint64_t>(info.st_size);
+    return good ? std::optional<uint32_t>(word(8)) : std::nullopt;
+}
+
+bool MovieStands(const std::string& file) {
+    return FramesOf(file).has_value();
+}
+
+uint32_t CheckMovie(const std::string& file, int64_t frames, const std::string& name) {
+    const std::optional<uint32_t> found = FramesOf(file);
+    if (!found || (frames >= 0 && *found != frames))
+        throw Failure{EXIT_FAILED, fmt::format("{}: could not be written completely (disk full?)", name)};
+    return *found;
+}
+
+bool FileStands(const std::string& name) {
+    struct stat info = {};
+    return lstat(name.c_str(), &info) == 0;
+}
+
+// False with EEXIST if something stands under the new name.
+static bool RenameWithoutReplacing(const std::string& from, const std::string& to) {
+#ifdef RENAME_NOREPLACE
+    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+    if (errno != EINVAL && errno != ENOSYS && errno != ENOTSUP) return false;
+#endif
+    // Not every file system can do that, nor has every one links.
+    if (link(from.c_str(), to.c_str()) == 0) {
+        unlink(from.c_str());
+        return true;
+    }
+    if (errno == EEXIST) return false;
+    if (FileStands(to)) {
+        errno = EEXIST;
+        return false;
+    }
+    return std::rename(from.c_str(), to.c_str()) == 0;
+}
+
+// Gives a complete file its final name.
+static void GiveName(const std::string& partName, const std::string& name, bool force) {
+    const bool done = force ? std::rename(partName.c_str(), name.c_str()) == 0 : RenameWithoutReplacing(partName, name);
+    if (!done && errno == EEXIST)
+        throw Failure{EXIT_EXISTS, fmt::format("{}: has appeared meanwhile; the new file is complete and stays as {}",
+                                               name, partName)};
+    if (!done)
+        throw Failure{EXIT_FAILED, fmt::format("{}: can't get its name ({}); the new file is complete and stays as {}",
+                                               name, std::strerror(errno), partName)};
+    SyncFolder(name);
+}
+
+constexpr size_t LONGEST_NAME = 118; // bytes: the library takes 123, with ".part"
+
+MoviePart::MoviePart(const std::string& finalName, const std::vector<std::string>& inputs, bool replace)
+    : name(finalName), partName(finalName + ".part"), force(replace) {
+    if (name.size() > LONGEST_NAME)
+        throw Failure{EXIT_FAILED, fmt::format("{}: the name has {} bytes; a movie's may have {}, folders included",
+                                               name, name.size(), LONGEST_NAME)};
+    if (FileStands(partName)) throw Failure{EXIT_EXISTS, fmt::format("{}: exists already; remove it first", partName)};
+    const std::string temporary = partName + ".tmp";
+    struct stat info = {};
     if (lstat(temporary.c_str(), &info) != 0) return;
     RefuseInputs(temporary, inputs);
     if (!S_ISREG(info.st_mode))
@@ -83,54 +158,16 @@ void CheckTemporary(const std::string& name, const std::vector<std::string>& inp
                                   temporary)};
 }
 
-void SyncFolder(const std::string& name) {
-    const int folder = open(FolderOf(name).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (folder < 0) return;
-    fsync(folder);
-    close(folder);
+MoviePart::~MoviePart() {
+    if (!done) std::remove(partName.c_str());
 }
 
-uint32_t CheckMovie(const std::string& name, int64_t frames) {
-    uint8_t head[HEADER_BYTES] = {};
-    struct stat info = {};
-    FILE* file = std::fopen(name.c_str(), "rb");
-    const bool read =
-        file != nullptr && std::fread(head, 1, sizeof head, file) == sizeof head && fstat(fileno(file), &info) == 0;
-    if (file != nullptr) std::fclose(file);
-    const auto word = [&](size_t i) {
-        return uint32_t(head[i]) | uint32_t(head[i + 1]) << 8 | uint32_t(head[i + 2]) << 16 |
-               uint32_t(head[i + 3]) << 24;
-    };
-    const bool good = read && IsMovieMagic(word(0)) && uint64_t(word(4)) + 8 == static_cast<uint64_t>(info.st_size) &&
-                      (frames < 0 || word(8) == static_cast<uint64_t>(frames));
-    if (!good) throw Failure{EXIT_FAILED, fmt::format("{}: could not be written completely (disk full?)", name)};
-    return word(8);
+void MoviePart::Publish() {
+    done = true;
+    GiveName(partName, name, force);
 }
 
-Replacement::Replacement(const std::string& finalName) : name(finalName) {
-    struct stat info = {};
-    if (lstat(name.c_str(), &info) != 0) return;
-    const std::string old = name + ".old";
-    if (lstat(old.c_str(), &info) == 0)
-        throw Failure{EXIT_EXISTS, fmt::format("{}: is in the way; {} is kept there while it is replaced", old, name)};
-    // Not every file system has links; without them the old file is away until the new one is there.
-    if (link(name.c_str(), old.c_str()) != 0 && std::rename(name.c_str(), old.c_str()) != 0)
-        throw Failure{EXIT_FAILED, fmt::format("{}: can't be replaced ({})", name, std::strerror(errno))};
-    oldName = old;
-}
-
-Replacement::~Replacement() {
-    if (!kept && oldName.empty()) std::remove(name.c_str());
-    if (!kept && !oldName.empty()) std::rename(oldName.c_str(), name.c_str());
-    // Also after the rename: between two links of one file it does nothing.
-    if (!oldName.empty()) std::remove(oldName.c_str());
-}
-
-void Replacement::Keep() {
-    kept = true;
-}
-
-OutputFile::OutputFile(const std::string& finalName) : name(finalName) {
+OutputFile::OutputFile(const std::string& finalName, bool replace) : name(finalName), force(replace) {
     if (name == "-") {
         file = stdout;
         return;
@@ -144,6 +181,7 @@ OutputFile::OutputFile(const std::string& finalName) : name(finalName) {
                                   partName)};
     if (file == nullptr)
         throw Failure{EXIT_FAILED, fmt::format("{}: can't be created ({})", partName, std::strerror(errno))};
+    unfinished.Note(partName);
 }
 
 OutputFile::~OutputFile() {
@@ -167,14 +205,15 @@ void OutputFile::Finish() {
     if (fsync(fileno(file)) != 0 && errno != EINVAL) Fail("be brought to disk");
     FILE* closing = file;
     file = nullptr;
-    const bool closed = std::fclose(closing) == 0;
-    if (!closed || std::rename(partName.c_str(), name.c_str()) != 0) {
+    if (std::fclose(closing) != 0) {
         const int reason = errno;
         std::remove(partName.c_str());
         errno = reason;
         Fail("be finished");
     }
-    SyncFolder(name);
+    // It is complete: a signal must not remove it any more.
+    unfinished.Forget();
+    GiveName(partName, name, force);
 }
 
 } // namespace vorn

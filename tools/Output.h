@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/Interrupt.h"
+
 namespace vorn {
 
 // Whether two names lead to one file, by device and inode. "-" means standard input for `input`.
@@ -19,50 +21,63 @@ bool SameFile(const std::string& input, const std::string& output);
 // Returns the name to write to: `name`, or where it leads to if it is a symbolic link, so that the link stays one.
 std::string CheckOutput(const std::string& name, const std::vector<std::string>& inputs, bool force, bool inPlace);
 
-// The same for the names beside a movie that are used while it is made. NAME.tmp, in which the library builds it: a killed
-// encoder leaves it behind, and it is a movie of its own; another encoder may be writing it. NAME.old: see Replacement.
-void CheckTemporary(const std::string& name, const std::vector<std::string>& inputs, bool force);
-
 // Brings a folder's entry of a new file to disk. A file system that can't do this doesn't matter.
 void SyncFolder(const std::string& name);
 
-// Checks that the movie `name` is complete: a good head that counts `frames` frames (if not -1) and knows the file's size.
-// This is how a full disk at the very end is noticed. Returns how many frames it counts, or throws a Failure.
-uint32_t CheckMovie(const std::string& name, int64_t frames);
+// Whether a movie is complete, by the same measure as CheckMovie.
+bool MovieStands(const std::string& file);
 
-// Keeps the file that a movie is about to replace, as NAME.old, until the new one is known to be good. On the way out
-// without Keep the old file is back in its place; if there was none, nothing is there.
-class Replacement {
+// Checks that the movie in `file` is complete: a good head that counts `frames` frames (if not -1) and knows the file's size.
+// This is how a full disk at the very end is noticed. Returns how many frames it counts, or throws a Failure
+// about `name`.
+uint32_t CheckMovie(const std::string& file, int64_t frames, const std::string& name);
+
+// Whether anything at all bears this name.
+bool FileStands(const std::string& name);
+
+// A movie that the library is about to make. To the library its name is NAME.part, and NAME.part.tmp while it grows; only a
+// complete one gets the name NAME, so that an older file stands there until the very end.
+class MoviePart {
 public:
-    explicit Replacement(const std::string& name); // throws a Failure
-    ~Replacement();
-    Replacement(const Replacement&) = delete;
-    Replacement& operator=(const Replacement&) = delete;
-    void Keep(); // the new file stays
+    // Throws a Failure if the name is too long, or one of those two names is taken: a killed encoder leaves NAME.part.tmp
+    // behind, which is a movie of its own, or another encoder may be writing it. `force` replaces that.
+    MoviePart(const std::string& name, const std::vector<std::string>& inputs, bool force);
+    ~MoviePart(); // without Publish: NAME.part is removed
+    MoviePart(const MoviePart&) = delete;
+    MoviePart& operator=(const MoviePart&) = delete;
+
+    const std::string& PartName() const { return partName; }
+    // Throws a Failure if another file has appeared under the name meanwhile, unless forced. NAME.part then stays.
+    void Publish();
 
 private:
     std::string name;
-    std::string oldName; // "" if there was no file, or the new one stays
-    bool kept = false;
+    std::string partName;
+    bool force;
+    bool done = false;
 };
 
 // A file under construction, or standard output for "-". Its name is NAME.part until Finish.
 class OutputFile {
 public:
-    explicit OutputFile(const std::string& name); // throws a Failure
-    ~OutputFile();                                // without Finish: the file is removed
+    // Throws a Failure. `force`: Finish may replace a file.
+    OutputFile(const std::string& name, bool force);
+    ~OutputFile(); // without Finish: the file is removed
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
     void Write(const void* bytes, size_t count);
-    void Finish(); // flushes, syncs and renames
+    // Flushes, syncs and renames. If another file has appeared under the name meanwhile, NAME.part stays.
+    void Finish();
 
 private:
     [[noreturn]] void Fail(const char* what) const;
 
     std::string name;
     std::string partName; // "" on standard output
+    bool force;
     FILE* file = nullptr;
+    UnfinishedFile unfinished;
 };
 
 } // namespace vorn

@@ -51,8 +51,8 @@ static bool WriteRows(png_structp png, png_infop info, const uint8_t* bgra, uint
     return true;
 }
 
-void WritePng(const std::string& name, const uint8_t* bgra, uint32_t width, uint32_t height, bool alpha) {
-    OutputFile file(name);
+void WritePng(const std::string& name, const uint8_t* bgra, uint32_t width, uint32_t height, bool alpha, bool force) {
+    OutputFile file(name, force);
     PngJob job{&file, ""};
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &job, KeepError, IgnoreWarning);
     png_infop info = png != nullptr ? png_create_info_struct(png) : nullptr;

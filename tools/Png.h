@@ -6,7 +6,8 @@
 
 namespace vorn {
 
-// bgra: height rows of width pixels, 4 bytes each. Without `alpha` the fourth byte is left out. Throws a Failure.
-void WritePng(const std::string& name, const uint8_t* bgra, uint32_t width, uint32_t height, bool alpha);
+// bgra: height rows of width pixels, 4 bytes each. Without `alpha` the fourth byte is left out. Throws a
+// Failure. `force`: it may replace a file.
+void WritePng(const std::string& name, const uint8_t* bgra, uint32_t width, uint32_t height, bool alpha, bool force);
 
 } // namespace vorn

@@ -13,6 +13,7 @@ public:
         format.width = width;
         format.height = height;
         format.alpha = true;
+        CheckPictureSize(name, format);
         pictureBytes = size_t(width) * height * 4;
         if (input.Seekable() && input.Position() <= input.Size())
             frames = (input.Size() - input.Position()) / pictureBytes;

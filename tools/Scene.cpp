@@ -6,7 +6,6 @@
 #include "tools/Colour.h"
 #include "tools/Commands.h"
 #include "tools/Exit.h"
-#include "tools/Interrupt.h"
 #include "tools/Output.h"
 #include "tools/Sound.h"
 
@@ -214,12 +213,12 @@ private:
     double beat = 0;
 };
 
-void WriteTune(const std::string& name, uint32_t frames, Fraction rate) {
+void WriteTune(const std::string& name, bool force, uint32_t frames, Fraction rate) {
     const uint64_t pairs = uint64_t(frames) * Tune::RATE * rate.denominator / rate.numerator;
     if (pairs > (UINT32_MAX - 64) / 4)
         throw Failure{EXIT_USAGE,
                       fmt::format("--sound {}: {} frames are more sound than a WAV file holds", name, frames)};
-    OutputFile file(name);
+    OutputFile file(name, force);
     WriteWavHead(&file, Tune::RATE, 2, static_cast<uint32_t>(pairs * 4));
     Tune tune;
     for (uint64_t i = 0; i < pairs; i++) {
@@ -287,9 +286,9 @@ int RunScene(const SceneOptions& options) {
     std::string soundTarget = options.sound;
     if (!target.empty() && target != "-") target = CheckOutput(target, {}, options.force, false);
     if (!soundTarget.empty()) soundTarget = CheckOutput(soundTarget, {}, options.force, false);
-    if (!soundTarget.empty()) WriteTune(soundTarget, options.frames, rate);
+    if (!soundTarget.empty()) WriteTune(soundTarget, options.force, options.frames, rate);
     if (target.empty()) return EXIT_DONE;
-    OutputFile file(target);
+    OutputFile file(target, options.force);
     if (!raw) {
         const std::string head = fmt::format("YUV4MPEG2 W{} H{} F{}:{} Ip A1:1 C420jpeg\n", canvas.width, canvas.height,
                                              rate.numerator, rate.denominator);
@@ -297,8 +296,6 @@ int RunScene(const SceneOptions& options) {
     }
     Progress progress(options.quiet, options.frames, rate);
     for (uint32_t frame = 0; frame < options.frames; frame++) {
-        if (InterruptCount() > 0)
-            throw Failure{EXIT_FAILED, fmt::format("{}: stopped by a signal; nothing is left", options.output)};
         kind.paint(&canvas, frame);
         if (raw)
             file.Write(canvas.bgra.data(), canvas.bgra.size());

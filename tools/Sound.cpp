@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <map>
 #include <optional>
 
 #include <sndfile.h>
@@ -50,6 +51,21 @@ SoundOption ParseTrackOption(const std::string& text) {
     SoundOption sound;
     sound.id = static_cast<uint32_t>(id);
     return ParseItems("--track", text.substr(equals + 1), sound, false);
+}
+
+void CheckSoundOptions(const std::string& option, const std::vector<SoundOption>& sounds,
+                       const std::vector<std::string>& pictures) {
+    bool taken = std::count(pictures.begin(), pictures.end(), "-") != 0;
+    std::map<uint32_t, std::string> names; // by id
+    for (const SoundOption& sound : sounds) {
+        const auto [place, isNew] = names.emplace(sound.id, sound.name);
+        if (!isNew)
+            throw Failure{EXIT_USAGE, fmt::format("{} {}: id {} belongs to {} already", option, sound.name, sound.id,
+                                                  place->second)};
+        if (sound.name != "-") continue;
+        if (taken) throw Failure{EXIT_USAGE, fmt::format("{} -: standard input can be named only once", option)};
+        taken = true;
+    }
 }
 
 // How many frames of sound a file promises, found without the library that decodes it: that one cuts its own promise down to
@@ -200,12 +216,12 @@ std::unique_ptr<SoundSource> SoundSource::Open(const std::string& name) {
 }
 
 // The library's callback: `user` is the source.
-static uint32_t ReadForLibrary(void*, uintptr_t user, void* buffer, uint32_t bytes) {
+static uint32_t ReadForLibrary(void*, uintptr_t user, void* buffer, uint32_t bytes) noexcept {
     auto* source = reinterpret_cast<SoundSource*>(user);
     try {
         return static_cast<uint32_t>(source->Read(static_cast<int16_t*>(buffer), bytes / 2) * 2);
-    } catch (const std::exception& error) {
-        source->problem = fmt::format("{}: can't be read ({})", source->name, error.what());
+    } catch (...) {
+        source->broken = true;
         return 0;
     }
 }
@@ -225,8 +241,10 @@ void SoundTracks::Add(const SoundOption& option) {
 }
 
 std::string SoundTracks::Problem() const {
-    for (const auto& source : sources)
+    for (const auto& source : sources) {
         if (!source->problem.empty()) return source->problem;
+        if (source->broken) return fmt::format("{}: can't be read (out of memory?)", source->name);
+    }
     return "";
 }
 

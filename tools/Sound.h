@@ -19,6 +19,9 @@ struct SoundOption {
 };
 SoundOption ParseAudioOption(const std::string& text, uint32_t id); // id: if the option names none
 SoundOption ParseTrackOption(const std::string& text);
+// Throws a usage Failure if two sounds have one id, or more than one of them and `pictures` come from standard input.
+void CheckSoundOptions(const std::string& option, const std::vector<SoundOption>& sounds,
+                       const std::vector<std::string>& pictures);
 
 class SoundSource {
 public:
@@ -34,6 +37,7 @@ public:
     uint32_t channels = 0;
     double seconds = 0;  // as far as the file tells; 0 if it doesn't
     std::string problem; // once it has ended too early: what is missing
+    bool broken = false; // reading it failed without a word
 };
 
 // All the sound of one movie, and the descriptors that lead to it.

@@ -11,6 +11,10 @@
 
 namespace vorn {
 
+void Say(std::string_view text) noexcept {
+    std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
 void PrintError(std::string_view text) {
     std::string line = "vorn: ";
     for (const char c : text) {
@@ -21,7 +25,7 @@ void PrintError(std::string_view text) {
             line += ' ';
     }
     line += '\n';
-    std::fputs(line.c_str(), stderr);
+    Say(line);
 }
 
 bool ParseNumber(std::string_view text, uint64_t limit, uint64_t* value) {
@@ -81,7 +85,7 @@ Progress::~Progress() {
 }
 
 void Progress::Clear() {
-    if (drawn) std::fputs("\r\033[K", stderr);
+    if (drawn) Say("\r\033[K");
     drawn = false;
 }
 
@@ -92,10 +96,7 @@ void Progress::Update(uint64_t done, uint64_t bytes) {
     if (now - last < pause) return;
     last = now;
     const std::string line = Line(done, bytes, std::chrono::duration<double>(now - start).count());
-    if (terminal)
-        fmt::print(stderr, "\r{}\033[K", line);
-    else
-        fmt::print(stderr, "{}\n", line);
+    Say(terminal ? fmt::format("\r{}\033[K", line) : line + '\n');
     drawn = terminal;
 }
 

@@ -17,6 +17,9 @@ struct Fraction {
     uint32_t denominator = 0;
 };
 
+// Prints on standard error and never fails: nobody may be listening, and nothing hangs on it. May be called from the
+// library's callbacks.
+void Say(std::string_view text) noexcept;
 // Prints "vorn: TEXT" on standard error as one line; newlines within become spaces.
 void PrintError(std::string_view text);
 

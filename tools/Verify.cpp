@@ -1,23 +1,41 @@
 // Verify.cpp - `vorn verify`: decodes all of a movie and checks every rule of the format on the way.
+#include <algorithm>
+
 #include "tools/Commands.h"
 #include "tools/Exit.h"
 #include "tools/MovieFile.h"
 
 namespace vorn {
 
+// Up to `most` of them, in their order; an oddity gives way to an error. Returns how many that were.
+static uint64_t PrintViolations(const VerifyCommandOptions& options, const reader::Violations& violations) {
+    const uint64_t errors = std::min<uint64_t>(options.most, violations.errors);
+    uint64_t left[2] = {};
+    left[reader::SEVERITY_ERROR] = errors;
+    left[reader::SEVERITY_HABIT] = options.most - errors;
+    uint64_t printed = 0;
+    for (const reader::Violation& violation : violations.list) {
+        if (left[violation.severity] == 0) continue;
+        left[violation.severity]--;
+        printed++;
+        PrintError(fmt::format("{}: {}", options.movie, DescribeViolation(violation)));
+    }
+    return printed;
+}
+
 int RunVerify(const VerifyCommandOptions& options) {
     reader::Movie movie;
     reader::Violations violations;
-    violations.room = options.most;
+    violations.room = std::max(1u, options.most); // a movie that can't be read at all has to say why
     OpenMovieFile(options.movie, options.growing, &movie, &violations);
     reader::VerifyOptions how;
     how.pacing = options.pacing;
     const bool readable = VerifyMovie(movie, how, &violations);
-    for (const reader::Violation& violation : violations.list)
-        PrintError(fmt::format("{}: {}", options.movie, DescribeViolation(violation)));
     const uint64_t found = violations.errors + violations.habits;
-    if (found > violations.list.size())
-        PrintError(fmt::format("{}: and {} more", options.movie, found - violations.list.size()));
+    const uint64_t printed = PrintViolations(options, violations);
+    if (found > printed)
+        PrintError(fmt::format("{}: {}{} more violations of the format", options.movie, printed != 0 ? "and " : "",
+                               found - printed));
     if (!options.quiet)
         fmt::print("{}: {} frames, {} tracks: {}\n", options.movie, movie.header.frames, movie.tracks.size(),
                    found == 0 ? "good"

@@ -38,6 +38,7 @@ public:
     explicit Y4mSource(const std::string& fileName) : input(fileName) {
         name = input.Name();
         ReadHeader();
+        CheckPictureSize(name, format);
         const bool wide = sampling->layout.across == Siting::FULL;
         const bool tall = sampling->layout.downCb == Siting::FULL;
         lumaBytes = size_t(format.width) * format.height;

@@ -3,8 +3,11 @@
 
 Usage: ProgramTest.py PATH-OF-VORN [unittest arguments]
 """
+import contextlib
+import glob
 import math
 import os
+import pty
 import random
 import resource
 import shutil
@@ -82,6 +85,25 @@ def read_png(path):
     return width, height, step, b"".join(rows)
 
 
+def small_files(limit):
+    """For preexec_fn: no file can grow beyond `limit` bytes, as on a full disk."""
+    def prepare():
+        signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+        resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
+    return prepare
+
+
+def frame_starts(movie):
+    """The byte at which each frame of a movie begins, by its index."""
+    frames, tracks = struct.unpack("<I", movie[8:12])[0], struct.unpack("<I", movie[40:44])[0]
+    at = 44 + 12 * tracks
+    return [word & ~1 for word in struct.unpack("<%dI" % frames, movie[at:at + 4 * frames])]
+
+
+def with_word(data, at, word):
+    return data[:at] + struct.pack("<I", word) + data[at + 4:]
+
+
 class ProgramTest(unittest.TestCase):
     def setUp(self):
         self.folder = tempfile.mkdtemp(prefix="vorn-test-")
@@ -116,6 +138,16 @@ class ProgramTest(unittest.TestCase):
         for word in says:
             self.assertIn(word, text)
         return done
+
+    def wait_for(self, pattern, holds=lambda path: True):
+        """Waits until a file of that name is there."""
+        deadline = time.monotonic() + 60
+        while time.monotonic() < deadline:
+            with contextlib.suppress(FileNotFoundError):
+                if any(holds(path) for path in glob.glob(self.path(pattern))):
+                    return
+            time.sleep(0.005)
+        self.fail(pattern + " did not come")
 
     def make_raw(self, name, frames, width, height, *more):
         data = self.put(name + ".bgra", b"".join(frames))
@@ -305,7 +337,8 @@ class Damage(ProgramTest):
             (b"", DAMAGED, "empty"), (b"RIFF1234", DAMAGED, "YUV4MPEG2"), (b"YUV4MPEG2 W8 H8 F25:1", DAMAGED, "no end"),
             (y4m("H8 F25:1", frame), DAMAGED, "width"), (y4m("W8 F25:1", frame), DAMAGED, "height"),
             (y4m("W0 H8 F25:1", frame), DAMAGED, "W0"), (y4m("W-8 H8 F25:1", frame), DAMAGED, "W-8"),
-            (y4m("W8 H99999 F25:1", frame), DAMAGED, "H99999"), (y4m("W8 H8", frame), USAGE, "--fps"),
+            (y4m("W8 H99999 F25:1", frame), DAMAGED, "H99999"), (y4m("W4033 H1 F25:1", []), FAILED, "4032"),
+            (y4m("W4032 H65535 F25:1", []), FAILED, "226000000"), (y4m("W8 H8", frame), USAGE, "--fps"),
             (y4m("W8 H8 F25", frame), DAMAGED, "F25"), (y4m("W8 H8 F25:0", frame), DAMAGED, "F25:0"),
             (y4m(good + " C420p10", frame), FAILED, "C420p10"), (y4m(good + " C411", frame), FAILED, "C420jpeg"),
             (y4m(good + " Ix", frame), DAMAGED, "Ix"), (y4m(good + " Q1", frame), DAMAGED, "Q1"),
@@ -330,6 +363,54 @@ class Damage(ProgramTest):
         # The largest frame in the head: nothing needs it to decode, but it is a lie.
         self.put("lie.vrn", data[:12] + struct.pack("<I", 4) + data[16:])
         self.vorn("verify", "lie.vrn", code=DIFFERS, says=["lie.vrn"])
+        text = self.vorn("verify", "lie.vrn", "--most", "0", code=DIFFERS, says=["1 more"]).stderr.decode()
+        self.assertEqual(len(text.splitlines()), 1, text)
+        self.vorn("verify", "no.vrn", "--most", "0", code=DAMAGED, says=["isn't a Vorn movie"])
+        os.mkfifo(self.path("pipe.vrn"))
+        for name in ("pipe.vrn", "/dev/null"):
+            self.vorn("verify", name, code=FAILED, says=[name, "plain file"])
+
+    def test_damage_never_replaces_a_complete_file(self):
+        self.vorn("scene", "cuts", "--size", "32x32", "--frames", "6", "-o", "s.y4m", "-q")
+        self.put("a.wav", wav(tone(8000)))
+        self.vorn("make", "s.y4m", "-o", "m.vrn", "-q")
+        data = self.get("m.vrn")
+        starts = frame_starts(data)
+        for bad in (0, 3):
+            self.put("bad.vrn", with_word(data, starts[bad], 0))
+            self.put("old.y4m", b"old")
+            self.vorn("decode", "bad.vrn", "-o", "old.y4m", "--force", code=DAMAGED, says=[f"frame {bad}", "old.y4m was not"])
+            self.assertEqual(self.get("old.y4m"), b"old")
+            self.vorn("decode", "bad.vrn", "-o", "new.y4m", code=DAMAGED, says=[f"frame {bad}"])
+            # The frames before the damage, and no file if there are none.
+            self.assertEqual(os.path.exists(self.path("new.y4m")), bad != 0)
+        self.assertEqual(self.get("new.y4m").count(b"FRAME\n"), 3)
+        # Sound: the packet of frame 0 says that it is longer than the frame. The mixer alone looks at that.
+        self.vorn("make", "s.y4m", "--audio", "a.wav", "-o", "m.vrn", "-q", "--force")
+        data = self.get("m.vrn")
+        self.put("bad.vrn", with_word(data, frame_starts(data)[0], 0x7ffffff0))
+        self.put("old.wav", b"old")
+        self.vorn("decode", "bad.vrn", "--audio", "0", "-o", "old.wav", "--force", code=DAMAGED, says=["old.wav was not"])
+        self.vorn("mix", "bad.vrn", "--track", "1=a.wav", "-o", "old.wav", "--force", code=DAMAGED, says=["bad.vrn", "frame 0"])
+        self.assertEqual(self.get("old.wav"), b"old")
+        self.assertEqual([name for name in self.names() if "part" in name], [])
+
+    def test_a_head_may_claim_any_number_of_tracks(self):
+        self.vorn("scene", "cuts", "--size", "8x8", "--frames", "1", "-o", "s.y4m", "-q")
+        self.vorn("make", "s.y4m", "-o", "m.vrn", "-q")
+        data = self.get("m.vrn")
+        start, count = frame_starts(data)[0], 400000
+        # Each track of 65535 samples a second, two channels, a transform for each; no packet has sound.
+        tables = bytes(4 * count) + struct.pack("<I", 65535 | 7 << 28) * count + struct.pack("<%dI" % count, *range(count))
+        index = struct.pack("<II", start + 12 * count | 1, len(data) + 16 * count)
+        head = data[:4] + struct.pack("<III", len(data) + 16 * count - 8, 1, len(data) - start + 4 * count) + data[16:40]
+        self.put("many.vrn", head + struct.pack("<I", count) + tables + index + bytes(4 * count) + data[start:])
+        # Seconds of the processor's time: work for each track, or for each pair of them, would take many more.
+        def limit():
+            resource.setrlimit(resource.RLIMIT_CPU, (15, 15))
+        self.vorn("verify", "many.vrn", "--no-pacing", preexec_fn=limit)
+        self.vorn("mix", "many.vrn", "--fps", "5", "-o", "slow.vrn", "-q", preexec_fn=limit)
+        self.assertEqual(len(self.get("slow.vrn")), len(self.get("many.vrn")))
 
 
 class Outputs(ProgramTest):
@@ -341,13 +422,14 @@ class Outputs(ProgramTest):
         self.put("old.vrn", b"old")
         self.vorn("make", "s.y4m", "-o", "old.vrn", code=EXISTS, says=["old.vrn", "--force"])
         self.assertEqual(self.get("old.vrn"), b"old")
-        self.put("new.vrn.tmp", b"half")
-        self.vorn("make", "s.y4m", "-o", "new.vrn", code=EXISTS, says=["new.vrn.tmp"])
-        self.assertEqual(self.get("new.vrn.tmp"), b"half")
-        self.put("old.vrn.old", b"older")
-        self.vorn("make", "s.y4m", "-o", "old.vrn", "--force", code=EXISTS, says=["old.vrn.old"])
-        self.assertEqual(self.get("old.vrn.old"), b"older")
-        os.remove(self.path("old.vrn.old"))
+        self.put("new.vrn.part.tmp", b"half")
+        self.vorn("make", "s.y4m", "-o", "new.vrn", code=EXISTS, says=["new.vrn.part.tmp"])
+        self.assertEqual(self.get("new.vrn.part.tmp"), b"half")
+        for command in (["make", "s.y4m"], ["scene", "balls"]):
+            self.put("old.vrn.part", b"half")
+            self.vorn(*command, "-o", "old.vrn", "--force", code=EXISTS, says=["old.vrn.part"])
+            self.assertEqual(self.get("old.vrn.part"), b"half")
+        os.remove(self.path("old.vrn.part"))
         self.vorn("make", "missing.y4m", "-o", "old.vrn", "--force", code=FAILED, says=["missing.y4m"])
         self.put("cut.y4m", self.get("s.y4m")[:60])
         self.vorn("make", "cut.y4m", "-o", "old.vrn", "--force", code=DAMAGED)
@@ -357,7 +439,7 @@ class Outputs(ProgramTest):
         for command in (["decode", "old.vrn", "-o", "s.y4m"], ["compare", "old.vrn", "s.y4m", "-o", "cut.y4m"],
                         ["scene", "balls", "-o", "s.y4m"]):
             self.vorn(*command, code=EXISTS)
-        self.assertEqual(self.names(), ["cut.y4m", "new.vrn.tmp", "old.vrn", "s.y4m"])
+        self.assertEqual(self.names(), ["cut.y4m", "new.vrn.part.tmp", "old.vrn", "s.y4m"])
 
     def test_input_is_never_the_output(self):
         before = self.get("s.y4m")
@@ -387,15 +469,10 @@ class Outputs(ProgramTest):
         self.vorn("make", "s.y4m", "-o", "none/x.vrn", code=FAILED, says=["none"])
         self.vorn("make", "folder", "-o", "x.vrn", code=FAILED, says=["folder"])
         self.vorn("make", "s.y4m", "-o", "-", code=USAGE)
-        self.vorn("make", "s.y4m", "-o", "n" * 130 + ".vrn", code=FAILED, says=["123"])
+        self.vorn("make", "s.y4m", "-o", "n" * 130 + ".vrn", code=FAILED, says=["118"])
         self.assertEqual(self.names(), ["fifo", "folder", "s.y4m"])
 
     def test_full_disk(self):
-        def small(limit):
-            def prepare():
-                signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
-                resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
-            return prepare
         self.vorn("scene", "noise", "--size", "64x64", "--frames", "12", "-o", "n.y4m", "-q")
         self.put("old.vrn", b"old")
         before = self.names()
@@ -406,22 +483,95 @@ class Outputs(ProgramTest):
         for limit in (0, 100, size // 2, size - 1):
             with self.subTest(limit=limit):
                 self.vorn("make", "n.y4m", "--frame-bytes", "3000", "-o", "old.vrn", "--force", "-q", code=FAILED,
-                          says=["old.vrn"], preexec_fn=small(limit))
+                          says=["old.vrn"], preexec_fn=small_files(limit))
                 self.assertEqual(self.get("old.vrn"), b"old")
                 self.assertEqual(self.names(), before)
+        # The frames of a pipe that is shorter than --frames are compressed while the movie is closed. What stands there
+        # already, a good movie of as many frames, is no proof of the new one.
+        self.vorn("make", "n.y4m", "--frame-bytes", "1500", "-o", "old.vrn", "-q", "--force")
+        old = self.get("old.vrn")
+        self.vorn("make", "-", "--frames", "100", "--frame-bytes", "3000", "-o", "old.vrn", "--force", "-q", code=FAILED,
+                  says=["old.vrn", "nothing is left"], stdin=self.get("n.y4m"), preexec_fn=small_files(size // 2))
+        self.assertEqual(self.get("old.vrn"), old)
         self.vorn("make", "n.y4m", "--frame-bytes", "3000", "-o", "new.vrn", "-q", code=FAILED, says=["new.vrn"],
-                  preexec_fn=small(size // 2))
-        self.vorn("scene", "noise", "-o", "x.y4m", "-q", code=FAILED, says=["x.y4m"], preexec_fn=small(5000))
+                  preexec_fn=small_files(size // 2))
+        self.vorn("scene", "noise", "-o", "x.y4m", "-q", code=FAILED, says=["x.y4m"], preexec_fn=small_files(5000))
         self.vorn("make", "n.y4m", "-o", "m.vrn", "-q")
-        self.vorn("decode", "m.vrn", "-o", "x.y4m", code=FAILED, says=["x.y4m"], preexec_fn=small(5000))
-        self.vorn("mix", "m.vrn", "--fps", "10", "-o", "x.vrn", code=FAILED, says=["x.vrn"], preexec_fn=small(5000))
+        self.vorn("decode", "m.vrn", "-o", "x.y4m", code=FAILED, says=["x.y4m"], preexec_fn=small_files(5000))
+        self.vorn("mix", "m.vrn", "--fps", "10", "-o", "x.vrn", code=FAILED, says=["x.vrn"], preexec_fn=small_files(5000))
+        self.vorn("bench", "n.y4m", "--rounds", "1", code=FAILED, preexec_fn=small_files(5000),
+                  env={**os.environ, "TMPDIR": self.folder})
         self.assertEqual(self.names(), sorted(before + ["m.vrn"]))
+
+    def test_file_that_appears_meanwhile_stays(self):
+        running = subprocess.Popen([VORN, "make", "-", "--frames", "100", "-o", "m.vrn"], cwd=self.folder,
+                                   stdin=subprocess.PIPE, stderr=subprocess.PIPE)
+        data = self.get("s.y4m")
+        running.stdin.write(data[:100])
+        running.stdin.flush()
+        self.wait_for("m.vrn.part.tmp")
+        self.put("m.vrn", b"mine")
+        _, text = running.communicate(data[100:], timeout=60)
+        self.assertEqual(running.returncode, EXISTS, text)
+        self.assertIn(b"m.vrn.part", text)
+        self.assertEqual(self.get("m.vrn"), b"mine")
+        self.vorn("verify", "m.vrn.part")
+        running = subprocess.Popen([VORN, "scene", "noise", "--frames", "200", "-o", "x.y4m", "-q"], cwd=self.folder,
+                                   stderr=subprocess.PIPE)
+        self.wait_for("x.y4m.part")
+        running.send_signal(signal.SIGSTOP)
+        self.put("x.y4m", b"mine")
+        running.send_signal(signal.SIGCONT)
+        _, text = running.communicate(timeout=60)
+        self.assertEqual(running.returncode, EXISTS, text)
+        self.assertEqual(self.get("x.y4m"), b"mine")
+
+    def test_nobody_listens(self):
+        self.vorn("make", "s.y4m", "-o", "m.vrn", "-q")
+        # The summary goes to a full disk, to a pipe without a reader, or to no descriptor at all.
+        reader, dead = os.pipe()
+        os.close(reader)
+        with open("/dev/full", "wb") as full, os.fdopen(dead, "wb") as pipe:
+            for stderr in (full, pipe):
+                subprocess.run([VORN, "make", "s.y4m", "-o", "x.vrn", "--force"], cwd=self.folder, stderr=stderr, check=True)
+        subprocess.run(["sh", "-c", '"$0" make s.y4m -o closed.vrn <&- >&- 2>&-', VORN], cwd=self.folder, check=True)
+        for name in ("x.vrn", "closed.vrn"):
+            self.assertEqual(self.get(name), self.get("m.vrn"))
+        # A result that nobody gets is no success.
+        for command in ("decode m.vrn -o -", "verify m.vrn"):
+            done = subprocess.run(["sh", "-c", f'"$0" {command} >&-', VORN], cwd=self.folder, capture_output=True)
+            self.assertEqual(done.returncode, FAILED)
+
+    # The progress line is drawn in the midst of the library's work.
+    def test_terminal_that_goes_away(self):
+        master, slave = pty.openpty()
+        running = subprocess.Popen([VORN, "make", "-", "--frames", "100", "--look-ahead", "2", "-o", "m.vrn"], cwd=self.folder,
+                                   stdin=subprocess.PIPE, stderr=slave)
+        os.close(slave)
+        frame = bytes(32 * 32 * 3 // 2)
+        running.stdin.write(y4m("W32 H32 F25:1", [frame] * 6))
+        running.stdin.flush()
+        self.wait_for("m.vrn.part.tmp")
+        os.close(master)
+        for _ in range(6):
+            time.sleep(0.1)
+            running.stdin.write(b"FRAME\n" + frame)
+            running.stdin.flush()
+        running.communicate(timeout=60)
+        self.assertEqual(running.returncode, DONE)
+        self.assertEqual(len(self.decode_y4m("m.vrn")[1]), 12)
 
     def test_usage(self):
         for command in ([], ["nonsense"], ["make", "s.y4m"], ["make", "s.y4m", "-o", "x", "--look-ahead", "65"],
                         ["make", "s.y4m", "-o", "x", "--rate", "5", "--frame-bytes", "5"], ["make", "s.y4m", "-o", "x", "--alpha"],
                         ["make", "s.y4m", "-o", "x", "--raw", "8"], ["make", "s.y4m", "-o", "x", "--fps", "0/1"],
-                        ["make", "s.y4m", "-o", "x", "--frames", "-1"], ["scene", "nothing", "-o", "x"], ["info"]):
+                        ["make", "s.y4m", "-o", "x", "--frames", "-1"],
+                        ["make", "s.y4m", "-o", "x", "--audio", "a.wav,id=1", "--audio", "b.wav"],
+                        ["make", "-", "-o", "x", "--audio", "-"],
+                        ["mix", "s.y4m", "-o", "x", "--track", "0=a.wav", "--track", "0=b.wav"],
+                        ["mix", "s.y4m", "-o", "x", "--track", "0=a.wav", "--drop", "0"],
+                        ["mix", "s.y4m", "-o", "x", "--drop", "0", "--delay", "5"],
+                        ["mix", "s.y4m", "-o", "x", "--fps", "5", "--delay-ms", "5"], ["scene", "nothing", "-o", "x"], ["info"]):
             self.vorn(*command, code=USAGE)
         self.assertEqual(self.names(), ["s.y4m"])
         for command in (["--help"], ["--version"], ["make", "--help"], ["mix", "--help"]):
@@ -436,12 +586,8 @@ class Stopping(ProgramTest):
                                    stdin=subprocess.PIPE, stderr=subprocess.PIPE)
         running.stdin.write(y4m("W32 H32 F25:1", [self.frame] * 6))
         running.stdin.flush()
-        deadline = time.monotonic() + 60
         # The head is up to date from the first frame on.
-        while time.monotonic() < deadline:
-            if os.path.exists(self.path("m.vrn.tmp")) and self.get("m.vrn.tmp")[8:12] not in (b"", bytes(4)):
-                break
-            time.sleep(0.02)
+        self.wait_for("m.vrn.part.tmp", lambda _: self.get("m.vrn.part.tmp")[8:12] not in (b"", bytes(4)))
         time.sleep(0.3)
         return running
 
@@ -456,6 +602,22 @@ class Stopping(ProgramTest):
             self.assertGreaterEqual(len(self.decode_y4m("m.vrn")[1]), 1)
             os.remove(self.path("m.vrn"))
 
+    def test_stopped_on_a_full_disk(self):
+        self.vorn("scene", "balls", "--size", "32x32", "--frames", "3", "-o", "s.y4m", "-q")
+        self.vorn("make", "s.y4m", "-o", "m.vrn", "-q")
+        old = self.get("m.vrn")
+        running = subprocess.Popen([VORN, "make", "-", "--frames", "100", "--look-ahead", "2", "-o", "m.vrn", "--force"],
+                                   cwd=self.folder, stdin=subprocess.PIPE, stderr=subprocess.PIPE, preexec_fn=small_files(600))
+        running.stdin.write(y4m("W32 H32 F25:1", [bytes(range(256)) * 6] * 6))
+        running.stdin.flush()
+        self.wait_for("m.vrn.part.tmp")
+        time.sleep(0.3)
+        running.send_signal(signal.SIGTERM)
+        _, text = running.communicate(timeout=60)
+        self.assertEqual(running.returncode, FAILED, text)
+        self.assertEqual(self.get("m.vrn"), old)
+        self.assertEqual(self.names(), ["m.vrn", "s.y4m"])
+
     def test_twice_leaves_nothing(self):
         running = self.start()
         for number in (signal.SIGSTOP, signal.SIGTERM, signal.SIGINT, signal.SIGCONT):
@@ -464,6 +626,32 @@ class Stopping(ProgramTest):
         self.assertEqual(running.returncode, FAILED, text)
         self.assertIn(b"nothing is left", text)
         self.assertEqual(self.names(), [])
+
+    def test_commands_that_have_nothing_to_finish(self):
+        self.vorn("scene", "balls", "--size", "32x16", "--frames", "5", "-o", "s.y4m", "-q")
+        self.vorn("make", "s.y4m", "-o", "m.vrn", "-q")
+        before = self.names()
+        environment = {**os.environ, "TMPDIR": self.folder}
+        # What each does when it is hit: the first three wait for their input.
+        for command, sign in ((["make", "-", "-o", "x.vrn"], None), (["compare", "m.vrn", "-"], None),
+                              (["bench", "-"], None), (["bench", "s.y4m", "--rounds", "1000"], "vorn-bench-*/movie*"),
+                              (["scene", "balls", "--frames", "500000", "--sound", "x.wav"], "x.wav.part"),
+                              (["scene", "balls", "--frames", "500000", "-o", "x.y4m"], "x.y4m.part")):
+            with self.subTest(command):
+                running = subprocess.Popen([VORN, *command], cwd=self.folder, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                           stderr=subprocess.PIPE, env=environment)
+                if sign is None:
+                    running.stdin.write(self.get("s.y4m")[:-10])
+                    running.stdin.flush()
+                    time.sleep(0.3)
+                else:
+                    self.wait_for(sign)
+                running.send_signal(signal.SIGTERM)
+                # Its input stays open: the end of it must not be what ends the program.
+                self.assertEqual(running.wait(timeout=60), FAILED)
+                _, text = running.communicate()
+                self.assertIn(b"stopped by a signal", text)
+                self.assertEqual(self.names(), before)
 
 
 class Sound(ProgramTest):
@@ -527,6 +715,17 @@ class Sound(ProgramTest):
             self.make(name, "x.vrn", code=FAILED, says=[name, says])
         self.make("cut.wav,quality=200", "x.vrn", code=USAGE, says=["quality"])
         self.assertNotIn("x.vrn", self.names())
+
+    # A track has room for 4 GiB of samples: 16000 bytes a second last for 268435 seconds.
+    def test_sound_that_is_too_long(self):
+        self.put("a.wav", wav(tone(800)))
+        self.vorn("make", "s.y4m", "--fps", "1/20000", "--audio", "a.wav", "-o", "x.vrn", code=FAILED, says=["25 frames", "13"])
+        self.assertNotIn("x.vrn", self.names())
+        # More of a pipe than is read ahead: as much room as the sound can last, 2000 bytes a second.
+        self.put("low.wav", wav(tone(100), rate=1000))
+        data = y4m("W1280 H720 F1:1000 Cmono", [bytes([50]) * (1280 * 720)] * 19)
+        self.vorn("make", "-", "--audio", "low.wav", "-o", "x.vrn", "-q", stdin=data)
+        self.assertEqual(struct.unpack("<II", self.get("x.vrn")[8:12] + self.get("x.vrn")[16:20]), (19, 2147))
 
     def test_mix(self):
         self.put("low.wav", wav(tone(8000, hertz=300)))

@@ -1,0 +1,225 @@
+#!/usr/bin/env python3
+"""BrowserTest.py - the player and the report's page in a headless Chromium. Exits with 77 where there is none.
+
+Usage: BrowserTest.py PATH-OF-VORN PATH-OF-PLAYER-PAGE [unittest arguments]
+"""
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+import zlib
+
+sys.dont_write_bytecode = True
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import Browser  # noqa: E402
+
+VORN = ""
+PLAYER_PAGE = ""
+SKIPPED = 77
+PLAYER = "const player = document.getElementById('player').player;"
+STEP_TOLERANCE = 0.25  # seconds between sound and picture; a busy machine shows frames late
+
+# The pixels of all frames as checksums, by the decoder in the page.
+CHECKSUMS = PLAYER + """
+    const table = Int32Array.from({length: 256}, (unused, n) => {
+        for (let k = 0; k < 8; k++) n = n & 1 ? n >>> 1 ^ 0xedb88320 : n >>> 1;
+        return n;
+    });
+    const sums = [];
+    const movie = player.movie;
+    for (let n = 0; n < movie.frames; n++) {
+        const pixels = movie.toRgba(movie.decodeFrame(n), new Uint8ClampedArray(movie.width * movie.height * 4));
+        let sum = -1;
+        for (const byte of pixels) sum = table[(sum ^ byte) & 255] ^ sum >>> 8;
+        sums.push(~sum >>> 0);
+    }
+    return sums;"""
+
+
+class Pages(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = tempfile.mkdtemp(prefix="vorn-pages-")
+        cls.browser = Browser.Browser()
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.browser.close()
+        shutil.rmtree(cls.folder)
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def vorn(self, *arguments):
+        done = subprocess.run([VORN, *arguments], cwd=self.folder, capture_output=True, timeout=300)
+        self.assertEqual(done.returncode, 0, done.stderr.decode())
+        return done.stdout
+
+    def make(self, name, scene, size, frames, *more, sound=False):
+        """A movie NAME.vrn of a built-in scene, with its pictures beside it."""
+        raw = scene == "glass"
+        pictures = name + (".bgra" if raw else ".y4m")
+        tune = ["--sound", name + ".wav"] if sound else []
+        self.vorn("scene", scene, "-o", pictures, "--size", size, "--frames", str(frames), "-q", "--force", *tune)
+        self.vorn("make", pictures, *(["--raw", size, "--fps", "25", "--alpha"] if raw else []),
+                  *(["--audio", name + ".wav"] if sound else []), "-o", name + ".vrn", "-q", "--force", *more)
+        return pictures
+
+    def report(self, name, *more):
+        self.vorn("report", name + ".vrn", "-o", name + ".html", "-q", "--force", *more)
+        return self.path(name + ".html")
+
+    def open(self, page, ready="document.body.classList.contains('ready')"):
+        self.browser.open(page)
+        self.assertTrue(self.browser.wait(f"return {ready}"), self.browser.complaints())
+
+    def wait_for_frame(self, frame):
+        shown = self.browser.wait(PLAYER + f"return player.shown === {frame} && !player.arriving")
+        self.assertTrue(shown, self.browser.run(PLAYER + "return player.shown"))
+
+    def reader_checksums(self, name, size):
+        """Checksums of the frames that the reader decodes, bytes turned to R, G, B, A."""
+        width, height = (int(part) for part in size.split("x"))
+        self.vorn("decode", name + ".vrn", "-o", "out.bgra", "-q", "--force")
+        with open(self.path("out.bgra"), "rb") as file:
+            data = bytearray(file.read())
+        data[0::4], data[2::4] = data[2::4], data[0::4]
+        step = width * height * 4
+        return [zlib.crc32(data[at:at + step]) for at in range(0, len(data), step)]
+
+    def test_the_report_plays_in_step_with_its_sound(self):
+        pictures = self.make("clip", "balls", "160x120", 60, "--rate", "400", "--key-interval", "20", sound=True)
+        self.open(self.report("clip", "--source", pictures, "--rate", "400"))
+        self.wait_for_frame(0)
+        self.browser.click("#player .play")
+        samples = []
+        self.assertTrue(self.browser.wait(PLAYER + "return player.playing && player.shown > 0"))
+        while self.browser.run(PLAYER + "return player.playing") and len(samples) < 2000:
+            samples.append(self.browser.run(PLAYER + """
+                const sound = player.feed !== null && player.feed.running && player.feed.context.state === 'running';
+                return {frame: player.shown, picture: player.shown / 25, clock: player.time(), sound};"""))
+        moving = [sample for sample in samples if 0 < sample["frame"] < 55]
+        self.assertGreater(len({sample["frame"] for sample in moving}), 10, samples)
+        self.assertTrue(all(sample["sound"] for sample in moving), samples)
+        frames = [sample["frame"] for sample in samples]
+        self.assertEqual(frames, sorted(frames))
+        # The frame in view began at most a frame and the tolerance ago, and isn't shown ahead of its time.
+        for sample in moving:
+            self.assertLess(sample["clock"] - sample["picture"], 0.04 + STEP_TOLERANCE, sample)
+            self.assertGreater(sample["clock"] - sample["picture"], -0.01, sample)
+        self.wait_for_frame(59)
+        self.assertEqual(self.browser.complaints(), [])
+
+    def test_the_report_shows_what_it_promises(self):
+        pictures = self.make("full", "drift", "96x64", 30, "--frame-bytes", "900", "--key-interval", "12", sound=True)
+        page = self.report("full", "--source", pictures, "--frame-bytes", "900", "--show", "7", "--show", "11")
+        with open(page) as file:
+            text = file.read()
+        self.assertEqual(set(re.findall(r"https?://[^\s'\"]*", text)), {"http://www.w3.org/2000/svg"})
+        self.assertIn("default-src 'none'", text)
+        self.open(page)
+        # Each chart has drawn something for each of its series.
+        series = self.browser.run("""
+            return Object.fromEntries([...document.querySelectorAll('.chart')].map((chart) =>
+                [chart.id, [...chart.querySelectorAll('svg path[style]')].filter((path) =>
+                    path.getAttribute('d').length > 20).length]));""")
+        self.assertEqual({name: series[name] for name in ("bytes", "account", "psnr", "error")},
+                         {"bytes": 4, "account": 1, "psnr": 3, "error": 3})
+        self.assertGreaterEqual(series["modes"], 4)
+        keys = self.browser.run("return document.querySelector('#bytes .key').getAttribute('d').split('M').length - 1")
+        self.assertEqual(keys, 3)
+        # The parts add up to the packets, and the shares of the modes to all of the plane.
+        data = self.browser.run("return JSON.parse(document.getElementById('report-data').textContent)")
+        info = self.vorn("info", "full.vrn", "--frames").decode()
+        sizes = [int(size) for size in re.findall(r"^frame.* (\d+) bytes:", info, re.M)]
+        self.assertEqual([sum(part[i] for part in data["bytes"].values()) for i in range(30)], sizes)
+        for plane, modes in data["modes"].items():
+            for i in range(30):
+                self.assertEqual(sum(mode[i] for mode in modes.values()), data["blocks"][plane])
+        # Errors against those of `vorn compare`, which reckons on its own.
+        compared = self.vorn("compare", "full.vrn", pictures).decode()
+        for plane in ("Y", "Cr", "Cb"):
+            mean = float(re.search(rf"^{plane} +\d+ +([\d.]+)", compared, re.M).group(1))
+            self.assertAlmostEqual(sum(data["errors"][plane.lower()]["absolute"]) / 30, mean, delta=0.0002)
+        # Two chosen frames, source and result and their difference each.
+        self.assertTrue(self.browser.wait("""
+            return [...document.querySelectorAll('.difference')].filter((canvas) => canvas.width === 96).length === 2"""))
+        self.assertEqual(self.browser.run("""
+            return [...document.querySelectorAll('.picture img')].map((image) => image.naturalWidth)"""), [96, 96])
+        # A click on a chart goes to the frame.
+        self.browser.click("#bytes svg")
+        shown = self.browser.wait(PLAYER + "return player.arriving ? 0 : player.shown")
+        self.assertIn(shown, (12, 13, 14))  # the axis takes some of the left half
+        self.browser.click("#frames summary")
+        self.assertEqual(self.browser.wait("return document.querySelectorAll('#frames tbody tr').length"), 30)
+        for width in (1200, 360):
+            self.browser.developer("Emulation.setDeviceMetricsOverride", width=width, height=800, deviceScaleFactor=1,
+                                   mobile=True)
+            wide = self.browser.wait(f"return innerWidth === {width} && document.documentElement.scrollWidth")
+            self.assertLessEqual(wide, width)
+        self.browser.developer("Emulation.clearDeviceMetricsOverride")
+        self.assertEqual(self.browser.complaints(), [])
+
+    def test_frames_in_the_page_equal_the_readers(self):
+        for scene, size, more in (("drift", "97x41", ()), ("noise", "48x48", ("--grey",)), ("glass", "64x48", ()),
+                                  ("cuts", "96x64", ("--frame-bytes", "6000"))):
+            with self.subTest(scene=scene):
+                self.make("same", scene, size, 6, *more)
+                self.open(self.report("same"))
+                self.assertEqual(self.browser.run(CHECKSUMS), self.reader_checksums("same", size))
+        self.assertEqual(self.browser.complaints(), [])
+
+    # The player's own page, with files from its chooser: a good one, keys, and damaged ones.
+    def test_the_player_takes_files_and_keys(self):
+        self.make("keys", "balls", "64x48", 40, "--key-interval", "10", "--frame-bytes", "800")
+        with open(self.path("keys.vrn"), "rb") as file:
+            whole = file.read()
+        self.open(PLAYER_PAGE, ready="document.getElementById('player').player !== undefined")
+        self.browser.type("#file", self.path("keys.vrn"))
+        self.wait_for_frame(0)
+        for key, frame in (("\ue014", 25), ("\ue010", 39), (",", 38), ("\ue008\ue012", 30), ("\ue011", 0), (".", 1)):
+            self.browser.type("#player", key)
+            self.wait_for_frame(frame)
+        self.browser.type("#player", "k")
+        self.assertTrue(self.browser.wait(PLAYER + "return player.playing && player.shown > 4"))
+        self.browser.type("#player", " ")
+        self.assertFalse(self.browser.run(PLAYER + "return player.playing"))
+
+        message = "return document.querySelector('#player .message').textContent"
+        with open(self.path("cut.vrn"), "wb") as file:
+            file.write(whole[:len(whole) // 2])
+        self.browser.type("#file", self.path("cut.vrn"))
+        self.assertIn("reaches beyond the end of the file", self.browser.wait(message))
+        # Frame 4 is nonsense; frame 10, a key frame, can be reached again.
+        start = self.frame_starts("keys.vrn")
+        with open(self.path("hole.vrn"), "wb") as file:
+            file.write(whole[:start[4] + 4] + b"\xff" * (start[5] - start[4] - 4) + whole[start[5]:])
+        self.browser.type("#file", self.path("hole.vrn"))
+        self.wait_for_frame(0)
+        self.browser.type("#player", " ")
+        self.assertIn("frame 4, plane Y", self.browser.wait(message))
+        self.assertFalse(self.browser.run(PLAYER + "return player.playing"))
+        self.browser.type("#player", "\ue008\ue014\ue000")
+        self.wait_for_frame(10)
+        self.assertEqual(self.browser.run(message), "")
+        self.assertEqual(self.browser.complaints(), [])
+
+    def frame_starts(self, name):
+        sizes = re.findall(r"^frame.* (\d+) bytes:", self.vorn("info", name, "--frames").decode(), re.M)
+        total = os.path.getsize(self.path(name))
+        starts = [total - sum(int(size) for size in sizes)]
+        for size in sizes:
+            starts.append(starts[-1] + int(size))
+        return starts
+
+
+if __name__ == "__main__":
+    lacking = Browser.missing()
+    if lacking:
+        print(f"skipped: {lacking} not installed (Debian packages chromium and chromium-driver)")
+        sys.exit(SKIPPED)
+    VORN, PLAYER_PAGE = os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2])
+    unittest.main(argv=[sys.argv[0]] + sys.argv[3:])

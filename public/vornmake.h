@@ -8,7 +8,8 @@
  * that the last flush counted. VornMakeClose puts it in the place of the final file.
  *
  * Threads: a movie belongs to the thread that calls VornMakePutVideo and VornMakeClose; its callbacks run on that thread.
- * VornMakeFlush may come from any other thread meanwhile. Movies are independent of each other.
+ * VornMakeFlush may come from any other thread meanwhile. Movies and mixes on different threads are independent; they share
+ * the number of workers, the clock and the memory functions.
  */
 #ifndef VORNMAKE_H
 #define VORNMAKE_H

@@ -73,6 +73,26 @@ TEST_F(SameFile, ForEveryLevelOfTheProcessor) {
     }
 }
 
+// Movies on threads of their own share the worker count, the memory hooks, the clock and the kernels, and nothing else.
+TEST_F(SameFile, WithOtherMoviesAtOnce) {
+    const std::vector<MoviePlan> plans = AllKinds();
+    std::vector<std::string> alone;
+    for (const MoviePlan& plan : plans) alone.push_back(Make(plan));
+    VornMakeSetMaxCPUs(2);
+    for (const size_t movies : {2u, 8u}) {
+        std::vector<std::string> files(movies);
+        std::vector<std::thread> threads;
+        for (size_t i = 0; i < movies; i++) {
+            threads.emplace_back([&, i] {
+                MoviePlan plan = plans[i % plans.size()];
+                files[i] = MakeMovie(&plan, folder / ("movie" + std::to_string(i)));
+            });
+        }
+        for (std::thread& thread : threads) thread.join();
+        for (size_t i = 0; i < movies; i++) EXPECT_TRUE(files[i] == alone[i % plans.size()]) << i << " of " << movies;
+    }
+}
+
 TEST_F(SameFile, WhileAnotherThreadFlushesWithoutAPause) {
     for (MoviePlan plan : AllKinds()) {
         SCOPED_TRACE(Describe(plan));

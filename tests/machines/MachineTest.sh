@@ -35,9 +35,16 @@ windows-32)
 *) fail "no such machine" ;;
 esac
 
+run=true
+targets=(all)
+if [ "$machine" = windows-32 ] && [ -z "$wine" ]; then
+    run=false
+    targets=(vornmake vornmake_static)
+fi
+
 cd "$source"
 mkdir -p "$work"
-if ! { cmake --preset "$machine" -B "$work" && cmake --build "$work" -j2; } >"$work/build.log" 2>&1; then
+if ! { cmake --preset "$machine" -B "$work" && cmake --build "$work" -j2 --target "${targets[@]}"; } >"$work/build.log" 2>&1; then
     tail -n 40 "$work/build.log"
     fail "doesn't build; all of it: $work/build.log"
 fi
@@ -62,24 +69,35 @@ check_dll() {
     echo "vornmake.dll imports: $imports"
 }
 
-# The same program with the library of this machine and with the DLL.
+# The example in C, linked with the import library and with the static one. What such a line of a caller has to name stands here.
+link_example() {
+    (
+        cd "$work"
+        $prefix-gcc "$source/examples/make_movie.c" -I"$source/public" libvornmake.dll.a -o make_movie.exe
+        $prefix-gcc -DVORNMAKE_STATIC "$source/examples/make_movie.c" -I"$source/public" -static libvornmake.a -lstdc++ -lwinmm -o static.exe
+        # A program that takes in the static library exports nothing.
+        [ -z "$($prefix-objdump -p static.exe | grep VornMake)" ]
+    ) || fail "a C program doesn't link as it should"
+}
+
+# The same program with the library of this machine, with the DLL, and with the static library for Windows.
 compare_movies() {
     (
         cd "$work"
-        $prefix-gcc -static-libgcc "$source/examples/make_movie.c" -I"$source/public" libvornmake.dll.a -o make_movie.exe
-        cc "$source/examples/make_movie.c" -I"$source/public" -L"$2" -lvornmake -lm -Wl,-rpath,"$2" -o make_movie
-        rm -f here.vrn there.vrn
+        cc "$source/examples/make_movie.c" -I"$source/public" -L"$1" -lvornmake -lm -Wl,-rpath,"$1" -o make_movie
+        rm -f here.vrn there.vrn static.vrn
         ./make_movie here.vrn >/dev/null
         "$wine" make_movie.exe there.vrn </dev/null >>wine.log 2>&1
-        cmp here.vrn there.vrn
-    ) || fail "a program makes another movie with the DLL"
-    echo "make_movie: the same $(stat -c %s "$work/here.vrn") bytes from Linux and from $machine"
+        "$wine" static.exe static.vrn </dev/null >>wine.log 2>&1
+        cmp here.vrn there.vrn && cmp here.vrn static.vrn
+    ) || fail "a program makes another movie with the library for Windows"
+    echo "make_movie: the same $(stat -c %s "$work/here.vrn") bytes from Linux and from $machine, DLL and static"
 }
 
-run=true
 if [ "$machine" != linux-32 ]; then
     check_dll
-    if [ -n "$wine" ]; then start_wine; else run=false; fi
+    link_example
+    if $run; then start_wine; fi
 fi
 if ! $run; then
     echo "$machine: built and linked, not run: no 32-bit Wine here"
@@ -93,4 +111,4 @@ grep -oE 'this machine has .*' "$work/run.log"
 passed=$(sed -n 's/.*\[  PASSED  \] \([0-9]*\) test.*/\1/p' "$work/run.log" | awk '{ sum += $1 } END { print sum + 0 }')
 [ "$passed" -ge 100 ] || fail "only $passed tests ran"
 echo "$machine: $passed tests passed in $(grep -c '\[  PASSED  \]' "$work/run.log") programs"
-if [ "$machine" != linux-32 ]; then compare_movies "$machine" "$2"; fi
+if [ "$machine" != linux-32 ]; then compare_movies "$2"; fi

@@ -31,11 +31,12 @@ uint32_t VORN_CALL SilenceThenRead(void* record, uintptr_t entry, void* buffer, 
 
 namespace {
 
-// The first descriptor of this track number that isn't used yet, or null.
+// The first descriptor of this track number, or null. One that brings sound and is used already is passed over: it can't
+// be two tracks. One that drops does so with every track of its number, whatever its rate.
 TrackDescriptor* FindDescriptor(const Mix* mix, uint32_t id) {
     for (uint32_t i = 0; i < mix->descriptorCount; i++) {
         TrackDescriptor* const descriptor = &mix->descriptors[i];
-        if (descriptor->id == id && descriptor->sampleRate != 0) return descriptor;
+        if (descriptor->id == id && (descriptor->read == nullptr || descriptor->sampleRate != 0)) return descriptor;
     }
     return nullptr;
 }

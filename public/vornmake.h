@@ -257,7 +257,8 @@ VORN_API uint32_t VORN_CALL VornMakeSetMaxCPUs(uint32_t limit);
  * @param rateDenominator  see above
  * @param audioShift     delay of new sound: above 0 in frames, with 1 meaning none; below 0 in milliseconds; 0 none
  * @param trackCount     number of descriptors; 0 does nothing
- * @param tracks         replace (same `id`), drop (same `id`, null `read`) or add a track; used ones get `sampleRate` 0
+ * @param tracks         replace (same `id`), drop (same `id`, null `read`) or add a track; used ones get `sampleRate` 0, and
+ *                       one with a `read` that has 0 already counts as used
  * @param callback       progress (text "", one call a frame) and messages, or null
  * @return size of the new movie in bytes; 0 after a VORN_MESSAGE that says why
  */

@@ -53,14 +53,12 @@ void AddDrops(const MixOptions& options, const reader::Movie& movie, SoundTracks
         if (!known) throw Failure{EXIT_USAGE, fmt::format("--drop {}: {} has no such track", id, options.movie)};
         TrackDescriptor drop = {};
         drop.id = id;
-        drop.sampleRate = 1; // 0 would mark it as used
         sounds->descriptors.push_back(drop);
     }
     if (!sounds->descriptors.empty()) return;
     // Without a descriptor nothing at all would be done; this one drops a track that there isn't.
     TrackDescriptor none = {};
     none.id = UnusedId(movie);
-    none.sampleRate = 1;
     sounds->descriptors.push_back(none);
 }
 

@@ -82,6 +82,7 @@ uint32_t EstimateAudio(const VornMakeState* state, uint32_t frames) {
     uint32_t sum = 0;
     for (uint32_t i = 0; i < state->trackCount; i++) {
         const AudioTrackState& track = state->tracks[i];
+        if (track.pcmTally == 0) continue; // it has come round after 4 GiB, an odd number of bytes among them
         const uint64_t played = uint64_t{frames} * track.bytesPerSecond * state->rateDenominator / state->rateNumerator;
         const uint64_t pcm = std::min<uint64_t>(played, track.pcmLeft);
         sum += static_cast<uint32_t>(pcm * track.codedTally / track.pcmTally);

@@ -39,9 +39,8 @@ void AddFrame(const reader::Movie& movie, const MoviePlanes& source, const Frame
     const std::vector<uint8_t>* planes[reader::PLANES] = {&source.y, &source.cr, &source.cb, &source.alpha};
     for (int p = 0; p < reader::PLANES; p++) {
         if (!MovieHasPlane(movie, p)) continue;
-        const bool chroma = p == reader::PLANE_CR || p == reader::PLANE_CB;
-        const uint32_t width = chroma ? (movie.header.width + 1) / 2 : movie.header.width;
-        const uint32_t height = chroma ? (movie.header.height + 1) / 2 : movie.header.height;
+        uint32_t width, height;
+        PictureSize(movie, p, &width, &height);
         AddPlane(*planes[p], walk.Plane(p), width, height, &errors[p]);
     }
 }

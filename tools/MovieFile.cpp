@@ -28,6 +28,12 @@ void OpenMovieFile(const std::string& name, bool growing, reader::Movie* movie, 
         throw Failure{EXIT_DAMAGED, fmt::format("{}: {}", name, WhatIsWrong(*violations))};
 }
 
+void PictureSize(const reader::Movie& movie, int plane, uint32_t* width, uint32_t* height) {
+    const bool chroma = plane == reader::PLANE_CR || plane == reader::PLANE_CB;
+    *width = chroma ? (movie.header.width + 1) / 2 : movie.header.width;
+    *height = chroma ? (movie.header.height + 1) / 2 : movie.header.height;
+}
+
 FrameWalk::FrameWalk(const std::string& fileName, const reader::Movie& theMovie, uint32_t first)
     : name(fileName), movie(theMovie), number(first) {
     while (number > 0 && (movie.index[number] & KEY_FRAME_BIT) == 0) number--;

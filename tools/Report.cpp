@@ -89,9 +89,8 @@ void AddErrors(const reader::Movie& movie, const MoviePlanes& source, const Fram
     const std::vector<uint8_t>* planes[reader::PLANES] = {&source.y, &source.cr, &source.cb, &source.alpha};
     for (int p = 0; p < reader::PLANES; p++) {
         if (!MovieHasPlane(movie, p)) continue;
-        const bool chroma = p == reader::PLANE_CR || p == reader::PLANE_CB;
-        const uint32_t width = chroma ? (movie.header.width + 1) / 2 : movie.header.width;
-        const uint32_t height = chroma ? (movie.header.height + 1) / 2 : movie.header.height;
+        uint32_t width, height;
+        PictureSize(movie, p, &width, &height);
         AddPlaneError(*planes[p], walk.Plane(p), width, height, &report->planes[size_t(p)]);
     }
 }

@@ -66,11 +66,13 @@ int EvaluateBlock(BlockCandidate* list, const BlockPlace* place, bool keyFrame, 
     if (error == 0) return count;
 
     count += PatternCandidates(list + count, sorted, src, costModel->colourBits, costModel->patternBits);
+    const int firstRun = count;
     count += RunCandidates(list + count, src, costModel->colourBits, costModel->runBits);
+    const int lastRun = count;
     count += IntraCandidates(list + count, src, costModel);
     if (!keyFrame) count += MovedCandidates(list + count, src, place, costModel);
     list[count++] = {BLOCK_SAMPLES * costModel->colourBits, 0, 0, MODE_RAW};
-    return PruneHull(list, count);
+    return PruneHullOverRuns(list, count, firstRun, lastRun);
 }
 
 } // namespace

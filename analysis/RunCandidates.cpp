@@ -86,7 +86,7 @@ int ListRunsPlain(BlockCandidate* list, const uint8_t* block, const uint8_t* hig
 }
 
 int RunCandidates(BlockCandidate* list, const uint8_t* src, uint32_t colourBits, uint32_t runBits) {
-    return PruneRuns(list, Kernels().listRuns(list, src, nullptr, colourBits, runBits));
+    return Kernels().listRuns(list, src, nullptr, colourBits, runBits);
 }
 
 int HighRunCandidates(BlockCandidate* list, const uint8_t* high, const uint8_t* half, uint32_t colourBits,

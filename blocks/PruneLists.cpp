@@ -213,31 +213,27 @@ HullStep SteepestStep(const HullPoints& points, int from) {
     return step;
 }
 
-// The points of the hull in `kept`. Returns how many, or -1 if the plain way has to be gone.
-int FindHull(uint16_t* kept, const BlockCandidate* list, int count) {
+// The points of the hull in `kept`, and whether one of them behind the first has twins. Returns how many, or -1 if the plain
+// way has to be gone.
+int FindHull(uint16_t* kept, bool* twins, const BlockCandidate* list, int count) {
     HullPoints points;
     if (!TakePoints(&points, list, count)) return -1;
     int found = 0;
-    bool twins = false;
+    *twins = false;
     int at = points.cheapest;
     kept[found++] = static_cast<uint16_t>(at);
     while (points.errors[at] != points.errors[points.best]) {
         const HullStep step = SteepestStep(points, at);
-        twins |= step.twin;
+        *twins |= step.twin;
         at = step.to;
         kept[found++] = static_cast<uint16_t>(at);
-    }
-    if (twins) {
-        ChooseTwins(kept, found, list, count, [](const BlockCandidate& entry, const BlockCandidate& point) {
-            return entry.bits <= point.bits || entry.error >= point.error;
-        });
     }
     return found;
 }
 
 #else
 
-int FindHull(uint16_t*, const BlockCandidate*, int) {
+int FindHull(uint16_t*, bool*, const BlockCandidate*, int) {
     return -1;
 }
 
@@ -329,10 +325,31 @@ int FindStairs(uint16_t* kept, const BlockCandidate* list, int count) {
 int PruneHull(BlockCandidate* list, int count) {
     if (count < 1) return 0;
     uint16_t kept[SCRATCH_CANDIDATES];
-    const int found = count <= SCRATCH_CANDIDATES ? FindHull(kept, list, count) : -1;
+    bool twins = false;
+    const int found = count <= SCRATCH_CANDIDATES ? FindHull(kept, &twins, list, count) : -1;
     if (found < 0) return PruneHullPlain(list, count);
+    if (twins) {
+        ChooseTwins(kept, found, list, count, [](const BlockCandidate& entry, const BlockCandidate& point) {
+            return entry.bits <= point.bits || entry.error >= point.error;
+        });
+    }
     Gather(list, kept, found);
     return found;
+}
+
+// What PruneRuns takes out of a part of the list is on no hull, or else the twin of an entry that stays. So it needn't be
+// taken out, unless a point of the hull has twins.
+int PruneHullOverRuns(BlockCandidate* list, int count, int first, int last) {
+    uint16_t kept[SCRATCH_CANDIDATES];
+    bool twins = false;
+    const int found = count >= 1 && count <= SCRATCH_CANDIDATES ? FindHull(kept, &twins, list, count) : -1;
+    if (found >= 0 && !twins) {
+        Gather(list, kept, found);
+        return found;
+    }
+    const int runs = PruneRuns(list + first, last - first);
+    std::copy(list + last, list + count, list + first + runs);
+    return PruneHull(list, count - (last - first) + runs);
 }
 
 int PruneRuns(BlockCandidate* list, int count) {

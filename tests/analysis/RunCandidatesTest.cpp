@@ -7,6 +7,7 @@
 #include <map>
 
 #include "analysis/Evaluators.h"
+#include "blocks/CandidateLists.h"
 #include "blocks/Runs.h"
 #include "tests/blocks/TestBlocks.h"
 
@@ -73,7 +74,7 @@ void CheckAllThresholds(const uint8_t* src, const uint8_t* high) {
         found->second = std::min(found->second, errorAt[threshold]);
     }
     BlockCandidate list[SCRATCH_CANDIDATES];
-    const int count = high == nullptr ? RunCandidates(list, src, COLOUR_BITS, RUN_BITS)
+    const int count = high == nullptr ? PruneRuns(list, RunCandidates(list, src, COLOUR_BITS, RUN_BITS))
                                       : HighRunCandidates(list, high, src, COLOUR_BITS, RUN_BITS);
     int expected = 0;
     uint32_t lowest = UINT32_MAX;
@@ -108,14 +109,14 @@ TEST(RunCandidates, KnownBlocks) {
     BlockCandidate list[SCRATCH_CANDIDATES];
     uint8_t src[64];
     std::memset(src, 200, 64);
-    ASSERT_EQ(RunCandidates(list, src, COLOUR_BITS, RUN_BITS), 1);
+    ASSERT_EQ(PruneRuns(list, RunCandidates(list, src, COLOUR_BITS, RUN_BITS)), 1);
     EXPECT_EQ(list[0].bits, 1024 + 4 * (RUN_BITS + 256 + COLOUR_BITS));
     EXPECT_EQ(list[0].error, 0u);
     EXPECT_EQ(list[0].payload, 0); // the first scan order, threshold 0
     // Four strips of two rows each: orders 6 and 7 finish a strip before the next, the lower number wins, and each run ends
     // by its limit.
     for (int i = 0; i < 64; i++) src[i] = static_cast<uint8_t>(i / 16 * 60);
-    ASSERT_EQ(RunCandidates(list, src, COLOUR_BITS, RUN_BITS), 1);
+    ASSERT_EQ(PruneRuns(list, RunCandidates(list, src, COLOUR_BITS, RUN_BITS)), 1);
     EXPECT_EQ(list[0].bits, 1024 + 4 * (RUN_BITS + 256 + COLOUR_BITS));
     EXPECT_EQ(list[0].error, 0u);
     EXPECT_EQ(list[0].payload, 6 * 256);

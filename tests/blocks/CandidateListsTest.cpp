@@ -126,6 +126,13 @@ TEST(CandidateLists, QuickWaysEqualThePlainRules) {
         std::vector<BlockCandidate> plain = list;
         ExpectSame(quick.data(), PruneHull(quick.data(), count), plain.data(), PruneHullPlain(plain.data(), count));
         quick = plain = list;
+        const int from = static_cast<int>(Draw(&random, static_cast<uint32_t>(count) + 1));
+        const int to = from + static_cast<int>(Draw(&random, static_cast<uint32_t>(count - from) + 1));
+        const int runs = PruneRunsPlain(plain.data() + from, to - from);
+        std::copy(plain.begin() + to, plain.end(), plain.begin() + from + runs);
+        const int plainCount = PruneHullPlain(plain.data(), count - (to - from) + runs);
+        ExpectSame(quick.data(), PruneHullOverRuns(quick.data(), count, from, to), plain.data(), plainCount);
+        quick = plain = list;
         ExpectSame(quick.data(), PruneRuns(quick.data(), count), plain.data(), PruneRunsPlain(plain.data(), count));
         ASSERT_FALSE(HasFailure()) << "round " << round;
     }

@@ -48,12 +48,14 @@ static inline void ForwardPass(Eight* x) {
     x->v[7] = Sub(u, z4);
 }
 
-static inline void InversePass(Eight* x) {
-    const __m256i p = Add(x->v[0], x->v[4]), m = Sub(x->v[0], x->v[4]);
-    const __m256i s = Add(x->v[2], x->v[6]);
-    const __m256i d = Sub(Scale(Sub(x->v[2], x->v[6]), 2896), s);
-    const __m256i a = Add(x->v[1], x->v[7]), b = Sub(x->v[1], x->v[7]);
-    const __m256i c = Add(x->v[3], x->v[5]), e = Sub(x->v[5], x->v[3]);
+// HALF: the last four vectors are 0 and not read.
+template <bool HALF> static inline void InversePass(Eight* x) {
+    const __m256i zero = _mm256_setzero_si256();
+    const __m256i p = HALF ? x->v[0] : Add(x->v[0], x->v[4]), m = HALF ? x->v[0] : Sub(x->v[0], x->v[4]);
+    const __m256i s = HALF ? x->v[2] : Add(x->v[2], x->v[6]);
+    const __m256i d = Sub(Scale(HALF ? x->v[2] : Sub(x->v[2], x->v[6]), 2896), s);
+    const __m256i a = HALF ? x->v[1] : Add(x->v[1], x->v[7]), b = HALF ? x->v[1] : Sub(x->v[1], x->v[7]);
+    const __m256i c = HALF ? x->v[3] : Add(x->v[3], x->v[5]), e = Sub(HALF ? zero : x->v[5], x->v[3]);
     const __m256i g = Add(a, c);
     const __m256i h = Scale(Add(b, e), 3784);
     const __m256i k = Add(Sub(Scale(e, -5352), g), h);
@@ -86,6 +88,20 @@ static inline void Turn(Eight* x) {
     for (int i = 0; i < 4; i++) {
         x->v[i] = _mm256_permute2x128_si256(b[i], b[i + 4], 0x20);
         x->v[i + 4] = _mm256_permute2x128_si256(b[i], b[i + 4], 0x31);
+    }
+}
+
+// The same where the last four columns are 0: of the result only the first four vectors are written.
+static inline void TurnFirstColumns(Eight* x) {
+    __m256i a[4], b[4];
+    for (int i = 0; i < 4; i++) a[i] = _mm256_permute2x128_si256(x->v[i], x->v[i + 4], 0x20);
+    for (int i = 0; i < 2; i++) {
+        b[2 * i] = _mm256_unpacklo_epi32(a[2 * i], a[2 * i + 1]);
+        b[2 * i + 1] = _mm256_unpackhi_epi32(a[2 * i], a[2 * i + 1]);
+    }
+    for (int i = 0; i < 2; i++) {
+        x->v[2 * i] = _mm256_unpacklo_epi64(b[i], b[i + 2]);
+        x->v[2 * i + 1] = _mm256_unpackhi_epi64(b[i], b[i + 2]);
     }
 }
 
@@ -132,14 +148,25 @@ static inline uint32_t AddLanes(__m256i sums) {
     return (uint32_t)(_mm_cvtsi128_si32(half) + _mm_extract_epi16(half, 4));
 }
 
-// Eight coefficients: (Q * f + 0x1fffffff) >> 30 in 64 bits, the low 16 bits kept, as signed numbers.
-static inline __m256i QuantiseRow(__m256i f, const uint32_t* factors) {
-    const __m256i q = _mm256_loadu_si256((const __m256i*)factors);
+// Coefficients for QuantiseRow, and the odd ones of each row in even places, for products of 64 bits.
+struct Coefficients {
+    Eight rows;
+    Eight odd;
+};
+
+static inline void TakeOdd(Coefficients* c) {
+    for (int i = 0; i < 8; i++) c->odd.v[i] = _mm256_srli_epi64(c->rows.v[i], 32);
+}
+
+// Eight coefficients: (Q * f + 0x1fffffff) >> 30 in 64 bits. The plain form keeps 16 bits; all results are below 2100.
+// Factors are followed by others, so a row of them can be read from its second one on.
+static inline __m256i QuantiseRow(const Coefficients* c, int row, const uint32_t* factors) {
+    const __m256i evenFactors = _mm256_loadu_si256((const __m256i*)(factors + 8 * row));
+    const __m256i oddFactors = _mm256_loadu_si256((const __m256i*)(factors + 8 * row + 1));
     const __m256i half = _mm256_set1_epi64x(0x1fffffff);
-    const __m256i even = _mm256_add_epi64(_mm256_mul_epi32(f, q), half);
-    const __m256i odd = _mm256_add_epi64(_mm256_mul_epi32(_mm256_srli_epi64(f, 32), _mm256_srli_epi64(q, 32)), half);
-    const __m256i both = _mm256_blend_epi32(_mm256_srli_epi64(even, 30), _mm256_slli_epi64(odd, 2), 0xaa);
-    return _mm256_srai_epi32(_mm256_slli_epi32(both, 16), 16);
+    const __m256i even = _mm256_add_epi64(_mm256_mul_epi32(c->rows.v[row], evenFactors), half);
+    const __m256i odd = _mm256_add_epi64(_mm256_mul_epi32(c->odd.v[row], oddFactors), half);
+    return _mm256_blend_epi32(_mm256_srli_epi64(even, 30), _mm256_slli_epi64(odd, 2), 0xaa);
 }
 
 // Bit lengths of eight numbers below 2^24, by the exponents of their floats.
@@ -194,49 +221,85 @@ static inline uint32_t StringBits(__m128i groups, uint32_t values) {
     return 4 + values + 6 * planes + 3 * threes + 4 * quadruples + (uint32_t)__builtin_popcount(open);
 }
 
-// Quantised rows, and what their string takes.
+// Quantised rows, and what their string takes. A coefficient that a quantiser makes 0 stays 0 with all coarser ones, since
+// factors fall. So once the last four rows are 0, they are left alone.
 struct Quantised {
     Eight rows;
     uint32_t acBits;
     bool hasAc;
+    bool halfRows;    // the last four rows are 0, and not kept up
+    bool halfColumns; // the last four columns are
 };
 
-static inline void Quantise(Quantised* out, const Eight* coefficients, const uint32_t* factors, bool inter) {
-    for (int i = 0; i < 8; i++) out->rows.v[i] = QuantiseRow(coefficients->v[i], factors + 8 * i);
+static inline void StartQuantised(Quantised* out) {
+    for (int i = 4; i < 8; i++) out->rows.v[i] = _mm256_setzero_si256();
+    out->halfRows = false;
+    out->halfColumns = false;
+}
+
+// How many bytes of 16 words in two vectors are 0, and other 32 bytes whose words are.
+static inline uint32_t CountZeros(__m256i a, __m256i b) {
+    const __m256i equal = _mm256_cmpeq_epi8(_mm256_packs_epi16(a, b), _mm256_setzero_si256());
+    return (uint32_t)__builtin_popcount((uint32_t)_mm256_movemask_epi8(equal));
+}
+
+template <bool HALF>
+static inline void QuantiseRows(Quantised* out, const Coefficients* coefficients, const uint32_t* factors, bool inter) {
+    constexpr int ROWS = HALF ? 4 : 8;
+    for (int i = 0; i < ROWS; i++) out->rows.v[i] = QuantiseRow(coefficients, i, factors);
     // The stream has no room for a DC of -1024.
     if (inter && _mm_cvtsi128_si32(_mm256_castsi256_si128(out->rows.v[0])) == -1024) {
         out->rows.v[0] = _mm256_add_epi32(out->rows.v[0], _mm256_setr_epi32(1, 0, 0, 0, 0, 0, 0, 0));
     }
     const __m256i zero = _mm256_setzero_si256();
     Eight sizes;
-    for (int i = 0; i < 8; i++) sizes.v[i] = _mm256_abs_epi32(out->rows.v[i]);
+    for (int i = 0; i < ROWS; i++) sizes.v[i] = _mm256_abs_epi32(out->rows.v[i]);
     sizes.v[0] = _mm256_blend_epi32(sizes.v[0], zero, 1); // without the DC
-    __m256i pairs[4], words[4];
-    for (int i = 0; i < 4; i++) {
+    __m256i pairs[4] = {zero, zero, zero, zero}, words[4];
+    for (int i = 0; i < ROWS / 2; i++) {
         pairs[i] = _mm256_or_si256(sizes.v[2 * i], sizes.v[2 * i + 1]);
         words[i] = _mm256_packs_epi32(sizes.v[2 * i], sizes.v[2 * i + 1]);
     }
-    const __m256i upper = _mm256_cmpeq_epi8(_mm256_packs_epi16(words[0], words[1]), zero);
-    const __m256i lower = _mm256_cmpeq_epi8(_mm256_packs_epi16(words[2], words[3]), zero);
-    const uint32_t zeros = (uint32_t)__builtin_popcount((uint32_t)_mm256_movemask_epi8(upper)) +
-                           (uint32_t)__builtin_popcount((uint32_t)_mm256_movemask_epi8(lower));
+    const uint32_t zeros = CountZeros(words[0], words[1]) + (HALF ? 32 : CountZeros(words[2], words[3]));
+    const __m256i last = _mm256_or_si256(pairs[2], pairs[3]);
+    const __m256i all = _mm256_or_si256(_mm256_or_si256(pairs[0], pairs[1]), last);
+    const __m128i lastColumns = _mm256_extracti128_si256(all, 1);
     out->hasAc = zeros < 64;
     out->acBits = StringBits(GroupLengths(pairs), 64 - zeros);
+    out->halfRows = HALF || _mm256_testz_si256(last, last);
+    out->halfColumns = _mm_testz_si128(lastColumns, lastColumns);
 }
 
-// What a decoder shows, modulo 256, as columns.
-static inline PackedColumns ShowColumns(const Eight* quantised, const uint32_t* factors) {
+static inline void Quantise(Quantised* out, const Coefficients* coefficients, const uint32_t* factors, bool inter) {
+    if (out->halfRows)
+        QuantiseRows<true>(out, coefficients, factors, inter);
+    else
+        QuantiseRows<false>(out, coefficients, factors, inter);
+}
+
+template <bool HALF_ROWS, bool HALF_COLUMNS>
+static inline PackedColumns ShowSome(const Eight* quantised, const uint32_t* factors) {
     Eight x;
-    for (int i = 0; i < 8; i++) {
+    for (int i = 0; i < (HALF_ROWS ? 4 : 8); i++) {
         const __m256i factor = _mm256_loadu_si256((const __m256i*)(factors + 8 * i));
         x.v[i] = _mm256_srai_epi32(_mm256_mullo_epi32(quantised->v[i], factor), 11);
     }
-    InversePass(&x);
-    Turn(&x);
-    InversePass(&x);
+    InversePass<HALF_ROWS>(&x);
+    if (HALF_COLUMNS)
+        TurnFirstColumns(&x);
+    else
+        Turn(&x);
+    InversePass<HALF_COLUMNS>(&x);
     const __m256i round = _mm256_set1_epi32(127), byte = _mm256_set1_epi32(0xff);
     for (int i = 0; i < 8; i++) x.v[i] = _mm256_and_si256(_mm256_srli_epi32(Add(x.v[i], round), 8), byte);
     return PackColumns(&x);
+}
+
+// What a decoder shows, modulo 256, as columns.
+static inline PackedColumns ShowColumns(const Quantised* quantised, const uint32_t* factors) {
+    if (!quantised->halfRows) return ShowSome<false, false>(&quantised->rows, factors);
+    if (!quantised->halfColumns) return ShowSome<true, false>(&quantised->rows, factors);
+    return ShowSome<true, true>(&quantised->rows, factors);
 }
 
 // The row pass leaves 8 fractional bits. `x` holds the block's rows; so it does afterwards.
@@ -251,11 +314,12 @@ static inline void Forward(Eight* x) {
 } // namespace
 
 int TryIntraAvx2(DctTrial* trials, const uint8_t* block, const uint8_t* high) {
-    Eight coefficients;
+    Coefficients coefficients;
     for (int i = 0; i < 8; i++) {
-        coefficients.v[i] = _mm256_cvtepu8_epi32(_mm_loadl_epi64((const __m128i*)(block + 8 * i)));
+        coefficients.rows.v[i] = _mm256_cvtepu8_epi32(_mm_loadl_epi64((const __m128i*)(block + 8 * i)));
     }
-    Forward(&coefficients);
+    Forward(&coefficients.rows);
+    TakeOdd(&coefficients);
     PackedColumns samples[4];
     const int sampleSets = high == nullptr ? 1 : 4;
     if (high == nullptr)
@@ -263,11 +327,12 @@ int TryIntraAvx2(DctTrial* trials, const uint8_t* block, const uint8_t* high) {
     else
         for (int i = 0; i < 4; i++) samples[i] = ColumnsOfHigh(high, i / 2, i % 2);
     int count = 0;
+    Quantised quantised;
+    StartQuantised(&quantised);
     for (; count < QUANTISERS; count++) {
-        Quantised quantised;
         Quantise(&quantised, &coefficients, INTRA_QUANTISERS.quantise[count], false);
         if (!quantised.hasAc) break;
-        const PackedColumns shown = ShowColumns(&quantised.rows, INTRA_QUANTISERS.dequantise[count]);
+        const PackedColumns shown = ShowColumns(&quantised, INTRA_QUANTISERS.dequantise[count]);
         __m256i error = Sad(shown, samples[0]);
         for (int i = 1; i < sampleSets; i++) error = _mm256_add_epi64(error, Sad(shown, samples[i]));
         trials[count] = {quantised.acBits, AddLanes(error)};
@@ -276,20 +341,22 @@ int TryIntraAvx2(DctTrial* trials, const uint8_t* block, const uint8_t* high) {
 }
 
 int TryInterAvx2(DctTrial* trials, const uint8_t* src, const int8_t* residual, const uint8_t* moved) {
-    Eight coefficients;
+    Coefficients coefficients;
     for (int i = 0; i < 8; i++) {
-        coefficients.v[i] = _mm256_cvtepi8_epi32(_mm_loadl_epi64((const __m128i*)(residual + 8 * i)));
+        coefficients.rows.v[i] = _mm256_cvtepi8_epi32(_mm_loadl_epi64((const __m128i*)(residual + 8 * i)));
     }
-    Forward(&coefficients);
+    Forward(&coefficients.rows);
+    TakeOdd(&coefficients);
     const PackedColumns samples = ColumnsOf(src);
     const PackedColumns base = ColumnsOf(moved);
     int count = 0;
     bool hasAc = true;
+    Quantised quantised;
+    StartQuantised(&quantised);
     while (hasAc && count < QUANTISERS) {
-        Quantised quantised;
         Quantise(&quantised, &coefficients, INTER_QUANTISERS.quantise[count], true);
         hasAc = quantised.hasAc;
-        PackedColumns shown = ShowColumns(&quantised.rows, INTER_QUANTISERS.dequantise[count]);
+        PackedColumns shown = ShowColumns(&quantised, INTER_QUANTISERS.dequantise[count]);
         shown = {_mm256_add_epi8(shown.first, base.first), _mm256_add_epi8(shown.second, base.second)};
         trials[count++] = {quantised.acBits, AddLanes(Sad(shown, samples))};
     }

@@ -25,6 +25,8 @@ constexpr AnalysisKernels WithAvx2(AnalysisKernels kernels) {
 }
 constexpr AnalysisKernels WithAvx512(AnalysisKernels kernels) {
     kernels.searchMotion = SearchMotionAvx512;
+    kernels.tryIntra = TryIntraAvx512;
+    kernels.tryInter = TryInterAvx512;
     kernels.listRuns = ListRunsAvx512;
     return kernels;
 }

@@ -25,8 +25,6 @@ struct ThirtyTwoLanes {
     static Part And(Part a, Part b) { return _mm256_and_si256(a, b); }
     static Part Or(Part a, Part b) { return _mm256_or_si256(a, b); }
     static Part Xor(Part a, Part b) { return _mm256_xor_si256(a, b); }
-    static Part UnpackLow(Part a, Part b) { return _mm256_unpacklo_epi8(a, b); }
-    static Part UnpackHigh(Part a, Part b) { return _mm256_unpackhi_epi8(a, b); }
     static Part Sad(Part a, Part b) { return _mm256_sad_epu8(a, b); }
     static Part AddSums(Part a, Part b) { return _mm256_add_epi64(a, b); }
     template <int BITS> static Part ShiftSums(Part v) { return _mm256_slli_epi64(v, BITS); }
@@ -34,13 +32,9 @@ struct ThirtyTwoLanes {
         return _mm_add_epi64(_mm256_castsi256_si128(sums), _mm256_extracti128_si256(sums, 1));
     }
 
-    static Part LoadForRows(const uint8_t* at) { return Load(at); }
-    static Part BackFromRows(Part v) { return v; }
-    static void StoreRows(uint8_t* rows, const Part* v) {
-        for (int i = 0; i < 16; i++) {
-            _mm_storeu_si128((__m128i*)(rows + i * 16), _mm256_castsi256_si128(v[i]));
-            _mm_storeu_si128((__m128i*)(rows + (16 + i) * 16), _mm256_extracti128_si256(v[i], 1));
-        }
+    // One less in the lanes whose step isn't below the threshold.
+    static Part LessWhereReached(Part counts, Part steps, Part threshold) {
+        return _mm256_add_epi8(counts, _mm256_cmpeq_epi8(Max(steps, threshold), steps));
     }
 
     // Bytes of `order` that name a sample of the i-th 16 fetch it, others 0.

@@ -36,8 +36,6 @@ struct SixtyFourLanes {
     static Part And(Part a, Part b) { return _mm512_and_si512(a, b); }
     static Part Or(Part a, Part b) { return _mm512_or_si512(a, b); }
     static Part Xor(Part a, Part b) { return _mm512_xor_si512(a, b); }
-    static Part UnpackLow(Part a, Part b) { return _mm512_unpacklo_epi8(a, b); }
-    static Part UnpackHigh(Part a, Part b) { return _mm512_unpackhi_epi8(a, b); }
     static Part Sad(Part a, Part b) { return _mm512_sad_epu8(a, b); }
     static Part AddSums(Part a, Part b) { return _mm512_add_epi64(a, b); }
     template <int BITS> static Part ShiftSums(Part v) { return _mm512_slli_epi64(v, BITS); }
@@ -46,19 +44,9 @@ struct SixtyFourLanes {
         return _mm_add_epi64(_mm256_castsi256_si128(half), _mm256_extracti128_si256(half, 1));
     }
 
-    // For rows that come out one behind the other, start 4 * i + k stands in lane 16 * k + i.
-    static Part LoadForRows(const uint8_t* at) {
-        const __m512i high = _mm512_and_si512(_mm512_slli_epi16(Numbers(), 2), _mm512_set1_epi8(60));
-        const __m512i low = _mm512_and_si512(_mm512_srli_epi16(Numbers(), 4), _mm512_set1_epi8(3));
-        return _mm512_permutexvar_epi8(_mm512_or_si512(high, low), Load(at));
-    }
-    static Part BackFromRows(Part v) {
-        const __m512i high = _mm512_and_si512(_mm512_slli_epi16(Numbers(), 4), _mm512_set1_epi8(48));
-        const __m512i low = _mm512_and_si512(_mm512_srli_epi16(Numbers(), 2), _mm512_set1_epi8(15));
-        return _mm512_permutexvar_epi8(_mm512_or_si512(high, low), v);
-    }
-    static void StoreRows(uint8_t* rows, const Part* v) {
-        for (int i = 0; i < 16; i++) Store(rows + i * COUNT, v[i]);
+    // One less in the lanes whose step isn't below the threshold.
+    static Part LessWhereReached(Part counts, Part steps, Part threshold) {
+        return _mm512_mask_sub_epi8(counts, _mm512_cmpge_epu8_mask(steps, threshold), counts, Set(1));
     }
 
     static Block Scan(const uint8_t* block, const uint8_t* order) {

@@ -2,11 +2,11 @@
 // way to hold 64 bytes: a Block is one or more Parts.
 //
 // Idea: from one threshold to the next, few runs change. What can be known of all runs that there can be, by start and
-// length, is worked out at once, many starts at a time. Then each threshold cuts anew only from the runs that it lets grow,
-// up to where the old cuts are met again. The next threshold is the least that lets a run grow: the same thresholds as a walk
+// length, is worked out at once, many starts at a time. At each threshold the lengths of the runs at all starts are, too; then
+// it is cut anew only from the runs that the threshold lets grow, up to where the old cuts are met again. The next threshold is the least that lets a run grow: the same thresholds as a walk
 // over all runs finds. Cost and error follow from the whole simplified sequence in registers.
-// Price: some 600 vector operations a block, then one cut after another, about three a threshold; what they take is the wait
-// from each cut to the next.
+// Price: some 400 vector operations a block, 30 to 90 a threshold, and then one cut after another, on film about four a
+// threshold; what they take is the wait from each cut to the next.
 #pragma once
 
 #include <immintrin.h>
@@ -26,10 +26,11 @@ constexpr uint8_t NEVER = 255;
 // "Step" is what ends a run: its range with the next sample in, less one; a run goes on at threshold T if its step is below
 // T. Steps of a start never fall as the run grows. NEVER if the run is as long as it can be.
 struct RunTables {
-    alignas(64) uint8_t steps[BLOCK_SAMPLES][LONGEST_RUN]; // [start][length - 1], for thresholds from 1 up
+    alignas(64) uint8_t steps[LONGEST_RUN][BLOCK_SAMPLES]; // [length - 1][start], for thresholds from 1 up
     alignas(64) uint8_t zeroSteps[BLOCK_SAMPLES];          // [start]: of the run at threshold 0
     // [length - 1][start]; no meaning if the run would pass the end.
     alignas(64) uint8_t medians[LONGEST_RUN][BLOCK_SAMPLES];
+    alignas(64) uint8_t lasts[BLOCK_SAMPLES]; // [start]: length - 1 of the run at the threshold in hand
     alignas(64) uint8_t sequence[BLOCK_SAMPLES + WINDOW_SLACK];
     alignas(64) uint32_t groups[BLOCK_SAMPLES]; // half scale only: the four full-scale samples of each sample
 };
@@ -80,43 +81,35 @@ template <class Lanes> static inline int SmoothestOrder(const uint8_t* block) {
     return (int)((high & 0xffff) < (low & 0xffff) ? 8 + (high >> 16) : low >> 16);
 }
 
-// Interleaves 16 vectors four times over: bytes of 16 columns become rows, within each 16 lanes.
-template <class Lanes> static inline void TurnColumns(typename Lanes::Part* v) {
-#pragma GCC unroll 4
-    for (int pass = 0; pass < 4; pass++) {
-        typename Lanes::Part turned[16];
-#pragma GCC unroll 8
-        for (int i = 0; i < 8; i++) {
-            turned[2 * i] = Lanes::UnpackLow(v[i], v[i + 8]);
-            turned[2 * i + 1] = Lanes::UnpackHigh(v[i], v[i + 8]);
-        }
-#pragma GCC unroll 16
-        for (int i = 0; i < 16; i++) v[i] = turned[i];
-    }
-}
-
 // Steps of the runs that start in one part.
 template <class Lanes> static inline void MakeSteps(RunTables* tables, int first) {
     using Part = typename Lanes::Part;
     const Part one = Lanes::Set(1);
-    Part low = Lanes::LoadForRows(tables->sequence + first);
+    Part low = Lanes::Load(tables->sequence + first);
     Part high = low;
     Part zeroStep = Lanes::Set(NEVER);
-    Part steps[LONGEST_RUN];
 #pragma GCC unroll 16
     for (int i = 1; i < LONGEST_RUN; i++) {
-        const Part sample = Lanes::LoadForRows(tables->sequence + first + i);
-        const Part behind = Lanes::LoadForRows(BEHIND_END + first + i);
+        const Part sample = Lanes::Load(tables->sequence + first + i);
+        const Part behind = Lanes::Load(BEHIND_END + first + i);
         low = Lanes::Min(low, sample);
         high = Lanes::Max(high, sample);
         const Part range = Lanes::Sub(high, low);
-        steps[i - 1] = Lanes::Or(Lanes::SubDown(range, one), behind);
+        Lanes::Store(tables->steps[i - 1] + first, Lanes::Or(Lanes::SubDown(range, one), behind));
         zeroStep = Lanes::Min(zeroStep, Lanes::Or(Lanes::Sub(range, one), behind)); // a range of 0 gives NEVER
     }
-    steps[LONGEST_RUN - 1] = Lanes::Set(NEVER);
-    Lanes::Store(tables->zeroSteps + first, Lanes::BackFromRows(zeroStep));
-    TurnColumns<Lanes>(steps);
-    Lanes::StoreRows(tables->steps[first], steps);
+    Lanes::Store(tables->steps[LONGEST_RUN - 1] + first, Lanes::Set(NEVER));
+    Lanes::Store(tables->zeroSteps + first, zeroStep);
+}
+
+// How far the runs at a threshold reach from the starts in one part: over all steps below it.
+template <class Lanes>
+static inline void MeasureRuns(RunTables* tables, int first, const typename Lanes::Part& threshold) {
+    typename Lanes::Part lasts = Lanes::Set(LONGEST_RUN - 1);
+#pragma GCC unroll 16
+    for (int i = 0; i < LONGEST_RUN - 1; i++)
+        lasts = Lanes::LessWhereReached(lasts, Lanes::Load(tables->steps[i] + first), threshold);
+    Lanes::Store(tables->lasts + first, lasts);
 }
 
 // Medians of the runs that start in one part. Their samples are sorted by insertion, one more at a time, in one register a
@@ -186,20 +179,17 @@ template <class Lanes> struct RunState {
 };
 
 // Cuts anew at each start in `cuts`, and then where such a run ends without meeting another start.
-template <class Lanes>
-static inline void Recut(RunState<Lanes>* state, const RunTables* tables, uint64_t cuts, __m128i threshold) {
+template <class Lanes> static inline void Recut(RunState<Lanes>* state, const RunTables* tables, uint64_t cuts) {
     do {
         const int start = __builtin_ctzll(cuts);
-        const uint8_t* steps = tables->steps[start];
-        const __m128i row = _mm_load_si128((const __m128i*)steps);
-        const int last = __builtin_ctz((uint32_t)_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_max_epu8(row, threshold), row)));
-        const uint64_t first = (uint64_t)1 << start;
+        const int last = tables->lasts[start];
+        const uint64_t first = cuts & (~cuts + 1);
         const uint64_t behind = first << last << 1; // 0 at the end of the sequence
         const uint64_t samples = behind - first;
-        Lanes::Put(&state->smooth, samples, tables->medians[last][start]);
-        Lanes::Put(&state->steps, first, steps[last]);
-        state->starts = (state->starts & ~samples) | first;
         cuts = (cuts & ~samples) | (behind & ~state->starts);
+        Lanes::Put(&state->smooth, samples, tables->medians[last][start]);
+        Lanes::Put(&state->steps, first, tables->steps[last][start]);
+        state->starts = (state->starts & ~samples) | first;
     } while (cuts != 0);
 }
 
@@ -229,8 +219,9 @@ static inline int ListRuns(BlockCandidate* list, const uint8_t* block, const uin
         const __m128i step = Lanes::Least(state.steps, state.starts); // in all lanes
         threshold = ((uint32_t)_mm_cvtsi128_si32(step) & 255) + 1;
         if (threshold == NEVER + 1) return count;
-        const uint64_t growing = Lanes::EqualTo(state.steps, step) & state.starts;
-        Recut(&state, &tables, growing, _mm_add_epi8(step, _mm_set1_epi8(1)));
+        for (int first = 0; first < BLOCK_SAMPLES; first += Lanes::COUNT)
+            MeasureRuns<Lanes>(&tables, first, Lanes::Set((uint8_t)threshold));
+        Recut(&state, &tables, Lanes::EqualTo(state.steps, step) & state.starts);
     }
 }
 

@@ -53,6 +53,10 @@ const AnalysisKernels& Kernels() {
     return *table;
 }
 
+CpuLevel KernelLevel() {
+    return static_cast<CpuLevel>(&Kernels() - TABLES);
+}
+
 void UseKernelsOf(CpuLevel level) {
     chosen.store(&AnalysisKernelsOf(level), std::memory_order_relaxed);
 }

@@ -23,5 +23,7 @@ const AnalysisKernels& AnalysisKernelsOf(CpuLevel level);
 // The table in force: that of the best level, unless a test or a benchmark chose another while nothing else ran.
 const AnalysisKernels& Kernels();
 void UseKernelsOf(CpuLevel level);
+// The level that it belongs to.
+CpuLevel KernelLevel();
 
 } // namespace vorn

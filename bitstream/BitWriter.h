@@ -7,7 +7,7 @@
 namespace vorn {
 
 struct BitWriter {
-    uint8_t* position;    // next word
+    uint8_t* position; // next word
     uint8_t* start;
     uint8_t* end;         // first byte behind the room
     uint64_t accumulator; // bits not yet stored
@@ -24,7 +24,9 @@ struct BitReader {
     uint32_t consumed;    // bits taken so far
 };
 
-constexpr uint32_t BitMask(uint32_t bits) { return bits >= 32 ? 0xffffffffu : (1u << bits) - 1; }
+constexpr uint32_t BitMask(uint32_t bits) {
+    return bits >= 32 ? 0xffffffffu : (1u << bits) - 1;
+}
 // Bits needed for a number: 0 for 0, 1 for 1, 2 for 2 and 3.
 constexpr uint32_t BitLength(uint32_t value) {
     return value == 0 ? 0 : 32 - static_cast<uint32_t>(__builtin_clz(value));
@@ -53,14 +55,29 @@ inline void StoreAccumulator(BitWriter* writer) {
     writer->position += 4;
 }
 
-// Appends the low `bits` bits of value, at most 32.
-inline void WriteBits(BitWriter* writer, uint32_t value, uint32_t bits) {
-    writer->accumulator |= static_cast<uint64_t>(value & BitMask(bits)) << writer->used;
+// Appends `bits` bits, at most 32; `value` has no others.
+inline void WriteClean(BitWriter* writer, uint32_t value, uint32_t bits) {
+    writer->accumulator |= static_cast<uint64_t>(value) << writer->used;
     writer->used += bits;
     if (writer->used < 32) return;
     StoreAccumulator(writer);
     writer->used -= 32;
     writer->accumulator >>= 32;
+}
+
+// Appends the low `bits` bits of value, at most 32.
+inline void WriteBits(BitWriter* writer, uint32_t value, uint32_t bits) {
+    WriteClean(writer, value & BitMask(bits), bits);
+}
+
+// Appends `bits` bits, at most 64; `value` has no others.
+inline void WriteLong(BitWriter* writer, uint64_t value, uint32_t bits) {
+    if (bits > 32) {
+        WriteClean(writer, static_cast<uint32_t>(value), 32);
+        value >>= 32;
+        bits -= 32;
+    }
+    WriteClean(writer, static_cast<uint32_t>(value), bits);
 }
 
 // Zero bits up to a word boundary; nothing at one.

@@ -17,45 +17,37 @@ uint32_t Magnitude(int16_t value) {
     return static_cast<uint32_t>(value < 0 ? -value : value);
 }
 
-// The number of the coefficient at each block position: WALK_ORDER the other way round.
-// clang-format off
-constexpr uint8_t NUMBER_AT[BLOCK_SAMPLES] = {
-     0,  1,  4,  5,  8,  9, 12, 13,
-     2,  3,  6,  7, 10, 11, 14, 15,
-    24, 25, 44, 45, 16, 17, 20, 21,
-    26, 27, 46, 47, 18, 19, 22, 23,
-    28, 29, 32, 33, 48, 49, 52, 53,
-    30, 31, 34, 35, 50, 51, 54, 55,
-    36, 37, 40, 41, 56, 57, 60, 61,
-    38, 39, 42, 43, 58, 59, 62, 63,
-};
-// clang-format on
-
-// Bit i is set if value i isn't 0.
-uint64_t FindValues(const int16_t* values) {
-    uint8_t marks[BLOCK_SAMPLES];
-    for (int i = 0; i < BLOCK_SAMPLES; i++) marks[i] = values[i] != 0;
-    uint64_t found = 0;
-    for (int i = 0; i < BLOCK_SAMPLES; i += 8) {
-        uint64_t eight = 0;
-        for (int k = 7; k >= 0; k--) eight = eight << 8 | marks[i + k];
-        found |= (eight * 0x0102040810204080u >> 56) << i; // moves the marks next to each other
-    }
-    return found;
-}
-
+// Loops without a branch, so that compilers do them for many values at once.
 void WalkCoefficients(WalkedBlock* block, const int16_t* coefficients) {
-    StartWalk(block);
-    for (uint64_t left = FindValues(coefficients) & ~uint64_t{1}; left != 0; left &= left - 1) {
-        const int at = __builtin_ctzll(left);
-        const int n = NUMBER_AT[at];
-        const uint32_t magnitude = Magnitude(coefficients[at]);
-        const uint32_t length = BitLength(magnitude);
-        const uint32_t top = 1u << (length - 1);
-        block->length[n] = static_cast<uint8_t>(length);
-        block->sent[n] = static_cast<uint16_t>(magnitude - top + (coefficients[at] < 0 ? top : 0));
-        block->groups[n / GROUP_SIZE] |= magnitude;
+    int16_t values[BLOCK_SAMPLES];                        // walk order
+    for (int n = 0; n < BLOCK_SAMPLES; n += GROUP_SIZE) { // a group is a square of the block
+        const int16_t* corner = coefficients + WALK_ORDER[n];
+        std::memcpy(values + n, corner, 2 * sizeof *corner);
+        std::memcpy(values + n + 2, corner + BLOCK_SIDE, 2 * sizeof *corner);
     }
+    values[0] = 0; // travels elsewhere
+    uint16_t magnitudes[BLOCK_SAMPLES];
+    for (int n = 0; n < BLOCK_SAMPLES; n++) {
+        const auto magnitude = static_cast<uint16_t>(values[n] < 0 ? -values[n] : values[n]);
+        auto below = static_cast<uint16_t>(magnitude >> 1); // all bits below the highest one
+        below = static_cast<uint16_t>(below | below >> 1);
+        below = static_cast<uint16_t>(below | below >> 2);
+        below = static_cast<uint16_t>(below | below >> 4);
+        below = static_cast<uint16_t>(below | below >> 8);
+        magnitudes[n] = magnitude;
+        block->sent[n] = values[n] < 0 ? magnitude : static_cast<uint16_t>(magnitude & below);
+    }
+    for (int group = 0; group < GROUPS; group++) {
+        const uint16_t* m = magnitudes + group * GROUP_SIZE;
+        block->groups[group] = static_cast<uint32_t>(m[0] | m[1] | m[2] | m[3]);
+    }
+    uint16_t lengths[BLOCK_SAMPLES] = {};
+    for (uint32_t plane = LongestOf(*block); plane > 0; plane--) {
+        const auto least = static_cast<uint16_t>(1u << (plane - 1));
+        for (int n = 0; n < BLOCK_SAMPLES; n++)
+            lengths[n] = static_cast<uint16_t>(lengths[n] + (magnitudes[n] >= least));
+    }
+    for (int n = 0; n < BLOCK_SAMPLES; n++) block->length[n] = static_cast<uint8_t>(lengths[n]);
 }
 
 // Flags of a node that is first looked at in plane `from`: one a plane until it opens, or down to the last plane.
@@ -97,7 +89,7 @@ void WriteCoefficients(BitWriter* writer, const int16_t* coefficients) {
     NodePlaces places;
     StartPlaces(&places, block, planes, DCT_NODES);
     for (uint32_t plane = planes; plane > 0; plane--) {
-        WriteNodePass(&own, &places, block, plane, plane, [](int) {});
+        WriteNodePass(&own, &places, block, plane, plane, [](int, uint32_t, uint32_t) {});
     }
     *writer = own;
 }

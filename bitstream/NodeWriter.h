@@ -98,38 +98,46 @@ inline uint32_t CountOnes(uint64_t mask) {
 }
 
 inline void WriteZeros(BitWriter* writer, uint32_t count) {
-    for (; count > 32; count -= 32) WriteBits(writer, 0, 32);
-    WriteBits(writer, 0, count);
+    for (; count > 32; count -= 32) WriteClean(writer, 0, 32);
+    WriteClean(writer, 0, count);
 }
 
-// A 0 for each node passed over, then the 1 of the one that opens.
-inline void WriteOpening(BitWriter* writer, uint64_t passed) {
-    uint32_t zeros = CountOnes(passed);
-    for (; zeros >= 32; zeros -= 32) WriteBits(writer, 0, 32);
-    WriteBits(writer, 1u << zeros, zeros + 1);
+// A 0 for each node passed over, the 1 of the one that opens, and what is sent with it.
+inline void WriteOpening(BitWriter* writer, uint64_t passed, uint32_t sent, uint32_t sentBits) {
+    const uint32_t zeros = CountOnes(passed);
+    const uint32_t bits = zeros + 1 + sentBits;
+    if (bits <= 64) {
+        WriteLong(writer, (uint64_t{sent} << 1 | 1) << zeros, bits);
+    } else {
+        WriteZeros(writer, zeros);
+        WriteClean(writer, sent << 1 | 1, 1 + sentBits);
+    }
 }
 
-inline void JoinAtFront(NodePlaces* places, const WalkedBlock& block, int coefficient) {
-    const int place = --places->frontPlace;
-    const uint64_t bit = uint64_t{1} << place;
-    places->coefficientAt[place] = static_cast<uint8_t>(coefficient);
-    places->frontLiving |= bit;
-    places->frontOpening[block.length[coefficient]] |= bit;
-}
-
-// The four coefficients of a group: flags are 0 where one shows, the others join at the front.
+// The four coefficients of a group: flags are 0 where one shows, the others join at the front. Which of them show can't be
+// foreseen, so there is no branch on it. At least one does.
 template <class Note>
 [[gnu::always_inline]] inline void WriteGroup(BitWriter* writer, NodePlaces* places, const WalkedBlock& block, int n,
                                               uint32_t plane, uint32_t sentBits, Note note) {
+    uint64_t flags = 0;
+    uint32_t bits = 0;
+    int place = places->frontPlace - 1; // of the next that joins
+    uint64_t joined = 0;
     for (int i = n; i < n + GROUP_SIZE; i++) {
-        if (block.length[i] == plane) {
-            WriteBits(writer, uint32_t{block.sent[i]} << 1, sentBits + 1);
-            note(i);
-        } else {
-            WriteBits(writer, 1, 1);
-            JoinAtFront(places, block, i);
-        }
+        const uint32_t length = block.length[i];
+        const uint32_t shows = length == plane;
+        flags |= uint64_t{(uint32_t{block.sent[i]} << 1 & (0 - shows)) | (1 - shows)} << bits;
+        bits += 1 + (sentBits & (0 - shows));
+        note(i, shows, bits);
+        const uint64_t joining = uint64_t{1 - shows} << place;
+        places->coefficientAt[place] = static_cast<uint8_t>(i);
+        places->frontOpening[length] |= joining;
+        joined |= joining;
+        place -= static_cast<int>(1 - shows);
     }
+    places->frontPlace = place + 1;
+    places->frontLiving |= joined;
+    WriteLong(writer, flags, bits);
 }
 
 template <class Note>
@@ -141,11 +149,10 @@ template <class Note>
     for (; opening != 0; opening &= opening - 1) {
         const int place = __builtin_ctzll(opening);
         const uint64_t below = (uint64_t{1} << place) - 1;
-        WriteOpening(writer, ahead & below);
-        ahead &= ~(below << 1 | 1);
         const int n = places->coefficientAt[place];
-        WriteBits(writer, block.sent[n], sentBits);
-        note(n);
+        WriteOpening(writer, ahead & below, block.sent[n], sentBits);
+        ahead &= ~(below << 1 | 1);
+        note(n, 1, 0);
     }
     WriteZeros(writer, CountOnes(ahead));
 }
@@ -158,20 +165,20 @@ template <class Note>
     while ((places->backOpening[plane] & ahead) != 0) {
         const int place = __builtin_ctz(places->backOpening[plane] & ahead);
         const uint32_t below = (1u << place) - 1;
-        WriteOpening(writer, places->backLiving & ahead & below);
-        ahead = ~below;
-        places->backLiving &= ~(1u << place);
-        places->backOpening[plane] &= ~(1u << place);
         const uint8_t node = places->nodeAt[place];
         const int n = NodeCoefficient(node);
         const NodeKind kind = KindOfNode(node);
+        const bool single = kind == NODE_ONE;
+        WriteOpening(writer, places->backLiving & ahead & below, single ? block.sent[n] : 0, single ? sentBits : 0);
+        ahead = ~below;
+        places->backLiving &= ~(1u << place);
+        places->backOpening[plane] &= ~(1u << place);
         if (kind == NODE_TWENTY) PlaceNode(places, block, place, Node(n + GROUP_SIZE, NODE_SIXTEEN));
         if (kind == NODE_SIXTEEN) {
             PlaceNode(places, block, place, Node(n, NODE_FOUR));
             for (int i = 1; i < 4; i++) JoinAtBack(places, block, Node(n + i * GROUP_SIZE, NODE_FOUR));
-        } else if (kind == NODE_ONE) {
-            WriteBits(writer, block.sent[n], sentBits);
-            note(n);
+        } else if (single) {
+            note(n, 1, 0);
         } else {
             WriteGroup(writer, places, block, n, plane, sentBits, note);
         }
@@ -180,7 +187,8 @@ template <class Note>
 }
 
 // The node pass of plane `plane`. Flags of nodes are 1 where the greatest value shows; flags within a group are 0 where a value
-// shows. A coefficient that shows is sent in `sentBits` bits. Note(n) is told of it.
+// shows. A coefficient that shows is sent in `sentBits` bits. Note(n, shows, bits) is told of each one that is looked at, if it
+// shows, and how many bits behind the writer's own the end of it lies.
 template <class Note>
 [[gnu::always_inline]] inline void WriteNodePass(BitWriter* writer, NodePlaces* places, const WalkedBlock& block,
                                                  uint32_t plane, uint32_t sentBits, Note note) {

@@ -6,7 +6,6 @@
 
 #include "bitstream/CoefficientCoder.h"
 #include "bitstream/RunPatternBlocks.h"
-#include "bitstream/Transforms.h"
 #include "blocks/PixelOps.h"
 
 namespace vorn {
@@ -54,13 +53,10 @@ void CollectFill(PlaneCoder* coder, const BlockPlace& place, int side) {
 }
 
 void CollectIntra(PlaneCoder* coder, int q, const uint8_t* block, uint8_t* shown) {
-    int32_t coefficients[BLOCK_SAMPLES];
     int16_t quantised[BLOCK_SAMPLES];
-    ForwardTransform(coefficients, block);
-    QuantiseIntra(quantised, coefficients, q);
+    coder->job->transforms->codeIntra(quantised, shown, block, q);
     AppendElement(&coder->intraDc, quantised[0]);
     WriteDctPayload(&coder->intraData, q, quantised);
-    InverseIntra(shown, BLOCK_SIDE, quantised, q);
 }
 
 // The modes that code samples alone, full size and half scale alike: `block` and `shown` are packed.
@@ -115,14 +111,11 @@ void CollectInter(PlaneCoder* coder, const BlockPlace& place) {
     const auto q = static_cast<int>(place.record->chosenPayload);
     MovedBlock block;
     FetchMoved(coder, place, &block);
-    int32_t coefficients[BLOCK_SAMPLES];
     int16_t quantised[BLOCK_SAMPLES];
-    ForwardTransformSigned(coefficients, block.residual);
-    QuantiseInter(quantised, coefficients, q);
+    uint8_t change[BLOCK_SAMPLES];
+    coder->job->transforms->codeInter(quantised, change, block.residual, q);
     AppendElement(&coder->interDc, quantised[0]);
     WriteDctPayload(&coder->interData, q, quantised);
-    uint8_t change[BLOCK_SAMPLES];
-    InverseInter(change, BLOCK_SIDE, quantised, q);
     ShowMoved(coder, place, block, change);
     AppendOffsets(coder, place.record);
 }

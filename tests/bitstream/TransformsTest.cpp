@@ -5,7 +5,9 @@
 #include <cstring>
 #include <random>
 
+#include "bitstream/TransformKernels.h"
 #include "bitstream/Transforms.h"
+#include "tests/blocks/TestBlocks.h"
 
 namespace vorn {
 namespace {
@@ -159,6 +161,48 @@ TEST(Transforms, ProductsWrapInTheColumnPass) {
     for (int i = 0; i < 64; i++) {
         if (i % 8 == 0) continue;
         EXPECT_EQ(coefficients[i], 0) << i;
+    }
+}
+
+// The twins do to a block what the plain transforms do, at every alignment, and write nothing but their results. Noise and
+// rows at both ends make products wrap.
+TEST(Transforms, EveryLevelCodesTheSameBlock) {
+    Noise noise = {31};
+    for (int round = 0; round < 3000; round++) {
+        const size_t shift = static_cast<size_t>(round % 16);
+        uint8_t block[64 + 16];
+        FillSamples(block + shift, 8, 8, static_cast<Content>(round % CONTENTS), &noise);
+        if (round % 7 == 0) std::memset(block + shift, round % 2 ? 255 : 128, 16);
+        if (round % 7 == 0) std::memset(block + shift + 48, 0, 16);
+        if (round % 50 == 0) std::memset(block + shift, 128, 64); // the DC that the stream has no room for
+        for (int run = 0; run < 2 * CPU_LEVELS; run++) {
+            const bool inter = run % 2 != 0;
+            const CpuLevel level = static_cast<CpuLevel>(run / 2);
+            if (level > BestCpuLevel()) break;
+            const int q = round % QUANTISERS;
+            int32_t coefficients[64];
+            int16_t plain[64];
+            uint8_t plainShown[64];
+            if (inter)
+                ForwardTransformSigned(coefficients, reinterpret_cast<int8_t*>(block + shift));
+            else
+                ForwardTransform(coefficients, block + shift);
+            (inter ? QuantiseInter : QuantiseIntra)(plain, coefficients, q);
+            (inter ? InverseInter : InverseIntra)(plainShown, 8, plain, q);
+            int16_t quantised[1 + 64 + 1];
+            uint8_t shown[16 + 64 + 1];
+            std::memset(quantised, 0x55, sizeof quantised);
+            std::memset(shown, 0x55, sizeof shown);
+            const TransformKernels& kernels = TransformKernelsOf(level);
+            if (inter)
+                kernels.codeInter(quantised + 1, shown + shift, reinterpret_cast<int8_t*>(block + shift), q);
+            else
+                kernels.codeIntra(quantised + 1, shown + shift, block + shift, q);
+            ASSERT_EQ(std::memcmp(quantised + 1, plain, sizeof plain), 0) << round << " " << NameOfCpuLevel(level);
+            ASSERT_EQ(std::memcmp(shown + shift, plainShown, 64), 0) << round << " " << NameOfCpuLevel(level);
+            for (size_t i = 0; i < sizeof shown; i++) ASSERT_TRUE(shown[i] == 0x55 || (i >= shift && i < shift + 64));
+            ASSERT_TRUE(quantised[0] == 0x5555 && quantised[65] == 0x5555);
+        }
     }
 }
 

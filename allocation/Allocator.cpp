@@ -61,6 +61,14 @@ bool PriceUpgrade(BlockRecord* record, double* value) {
     return true;
 }
 
+void TakeChoice(BlockRecord* record) {
+    const int choice = record->choice;
+    record->chosenMode = record->modes[choice];
+    record->chosenPayload = record->payloads[choice];
+    record->chosenBits = record->bits[choice];
+    record->chosenError = record->errors[choice];
+}
+
 // Puts the record's next upgrade in the place of the first entry, or takes that out.
 void AdvanceFirst(UpgradeQueue* queue, BlockRecord* record) {
     double value;
@@ -85,34 +93,76 @@ void BuyFromQueue(UpgradeQueue* queue, BlockRecord* records, int64_t left) {
         BlockRecord* record = &records[queue->entries[0].record];
         left -= record->upgradeBits;
         record->choice++;
+        TakeChoice(record);
         AdvanceFirst(queue, record);
     }
 }
 
-// Classes of value: 32 an octave, from 2^-32 to 2^16, and all that is lower or higher in the first and the last.
-constexpr int CLASSES = 32 * 48;
-
-int ClassOf(double value) {
-    constexpr int64_t LOWEST = int64_t{1023 - 32} << 5;
-    uint64_t word;
-    std::memcpy(&word, &value, sizeof word);
-    return static_cast<int>(std::clamp<int64_t>(static_cast<int64_t>(word >> 47) - LOWEST, 0, CLASSES - 1));
+// The records of a frame are more than the nearer caches hold, and a look at one takes a little time only: so those to come
+// are asked for ahead.
+inline void AskAhead(const BlockRecord* records, uint32_t at, uint32_t recordCount) {
+    constexpr uint32_t AHEAD = 4;
+    if (at + AHEAD >= recordCount) return;
+    const BlockRecord& coming = records[at + AHEAD];
+    __builtin_prefetch(&coming);
+    __builtin_prefetch(coming.bits);
+    __builtin_prefetch(coming.bits + MAX_CANDIDATES / 2);
+    __builtin_prefetch(coming.errors);
+    __builtin_prefetch(coming.errors + MAX_CANDIDATES / 2);
 }
 
-// Adds up what the steps of each class cost. False if a record's values rise somewhere.
-bool PriceClasses(uint64_t costs[CLASSES], const BlockRecord* records, uint32_t recordCount) {
-    std::memset(costs, 0, CLASSES * sizeof *costs);
+// Classes of value: 32 an octave, from 2^-32 to 2^16, and all that is lower or higher in the first and the last.
+constexpr int CLASSES = 32 * 48;
+constexpr int64_t FIRST_CLASS = int64_t{1023 - 32} << 5; // exponent and upper five bits of the mantissa of 2^-32
+
+int ClassOf(double value) {
+    uint64_t word;
+    std::memcpy(&word, &value, sizeof word);
+    return static_cast<int>(std::clamp<int64_t>(static_cast<int64_t>(word >> 47) - FIRST_CLASS, 0, CLASSES - 1));
+}
+
+// The lowest value of a class.
+double LowestOf(int valueClass) {
+    if (valueClass <= 0) return 0.0;
+    if (valueClass >= CLASSES) return HUGE_VAL;
+    const uint64_t word = static_cast<uint64_t>(valueClass + FIRST_CLASS) << 47;
+    double value;
+    std::memcpy(&value, &word, sizeof value);
+    return value;
+}
+
+// The values of all steps of a record, several at a time. Costs and errors stay far below 2^31.
+void ValueSteps(double values[MAX_CANDIDATES], const BlockRecord& record) {
+    const int steps = record.count - 1;
+    for (int step = 0; step < steps; step++) {
+        values[step] = static_cast<double>(static_cast<int32_t>(record.errors[step] - record.errors[step + 1])) /
+                       static_cast<double>(static_cast<int32_t>(StepBits(record, step)));
+    }
+}
+
+// What the records' lists come to.
+struct ListTotals {
+    uint64_t costs[CLASSES]; // of the steps of each class
+    int64_t cheapest;        // of the first candidates together
+    bool falling;            // no record's values rise anywhere
+};
+
+void AddLists(ListTotals* totals, const BlockRecord* records, uint32_t recordCount) {
+    *totals = {};
     bool falling = true;
     for (uint32_t i = 0; i < recordCount; i++) {
+        AskAhead(records, i, recordCount);
+        totals->cheapest += records[i].bits[0];
         double before = HUGE_VAL;
+        double values[MAX_CANDIDATES];
+        ValueSteps(values, records[i]);
         for (int step = 0; step + 1 < records[i].count; step++) {
-            const double value = StepValue(records[i], step);
-            falling &= value <= before;
-            before = value;
-            costs[ClassOf(value)] += StepBits(records[i], step);
+            falling &= values[step] <= before;
+            before = values[step];
+            totals->costs[ClassOf(values[step])] += StepBits(records[i], step);
         }
     }
-    return falling;
+    totals->falling = falling;
 }
 
 // Whether the next upgrade of record `a` was entered before that of record `b`: the first ones of all were entered in the
@@ -135,25 +185,30 @@ int64_t BuyClasses(UpgradeQueue* queue, BlockRecord* records, uint32_t recordCou
                    int64_t left) {
     int last = CLASSES - 1; // the class in which the budget ends
     while (last >= 0 && costs[last] < static_cast<uint64_t>(left)) left -= static_cast<int64_t>(costs[last--]);
+    // Bounds of a class have six bits, so that their products with costs are exact, and no quotient of 32-bit numbers is
+    // rounded up to one: a value lies in or above a class if the error saved is no less than the product.
+    const double above = LowestOf(last + 1);
+    const double within = LowestOf(last);
     for (uint32_t i = 0; i < recordCount; i++) {
+        AskAhead(records, i, recordCount);
+        BlockRecord* record = &records[i];
+        const auto reaches = [record](int step, double value) {
+            return static_cast<double>(record->errors[step] - record->errors[step + 1]) >=
+                   value * StepBits(*record, step);
+        };
+        const int steps = record->count - 1;
+        int choice = 0;
+        while (choice < steps && reaches(choice, above)) choice++;
+        record->choice = static_cast<int8_t>(choice);
         double value;
-        int reached = -1;
-        while (PriceUpgrade(&records[i], &value) && (reached = ClassOf(value)) > last) records[i].choice++;
-        if (records[i].choice + 1 < records[i].count && reached == last) Enter(queue, i, value);
+        if (choice < steps && reaches(choice, within) && PriceUpgrade(record, &value)) Enter(queue, i, value);
+        TakeChoice(record);
     }
     std::sort(queue->entries, queue->entries + queue->count, [=](const QueuedUpgrade& a, const QueuedUpgrade& b) {
         return EnteredBefore(records, a.record, b.record);
     });
     for (uint32_t i = 0; i < queue->count; i++) queue->entries[i].sequence = i;
     return left;
-}
-
-void TakeChoice(BlockRecord* record) {
-    const int choice = record->choice;
-    record->chosenMode = record->modes[choice];
-    record->chosenPayload = record->payloads[choice];
-    record->chosenBits = record->bits[choice];
-    record->chosenError = record->errors[choice];
 }
 
 } // namespace
@@ -163,22 +218,20 @@ void TakeChoice(BlockRecord* record) {
 // that aren't hulls all go through the queue, (n + m) log n for n records and m upgrades.
 void AllocateBits(BlockRecord* records, uint32_t recordCount, uint32_t budgetBytes, QueuedUpgrade* queue) {
     UpgradeQueue upgrades = {queue, 0, 0};
-    int64_t left = std::min<int64_t>(int64_t{budgetBytes} * COST_UNITS_PER_BYTE, LARGEST_BUDGET);
-    for (uint32_t i = 0; i < recordCount; i++) {
-        left -= records[i].bits[0];
-        records[i].choice = 0;
-    }
-    uint64_t costs[CLASSES];
-    if (left > 0 && PriceClasses(costs, records, recordCount)) {
-        left = BuyClasses(&upgrades, records, recordCount, costs, left);
-    } else if (left > 0) {
+    ListTotals totals;
+    AddLists(&totals, records, recordCount);
+    int64_t left = std::min<int64_t>(int64_t{budgetBytes} * COST_UNITS_PER_BYTE, LARGEST_BUDGET) - totals.cheapest;
+    if (left > 0 && totals.falling) {
+        left = BuyClasses(&upgrades, records, recordCount, totals.costs, left);
+    } else {
         for (uint32_t i = 0; i < recordCount; i++) {
             double value;
-            if (PriceUpgrade(&records[i], &value)) Enter(&upgrades, i, value);
+            records[i].choice = 0;
+            TakeChoice(&records[i]);
+            if (left > 0 && PriceUpgrade(&records[i], &value)) Enter(&upgrades, i, value);
         }
     }
     BuyFromQueue(&upgrades, records, left);
-    for (uint32_t i = 0; i < recordCount; i++) TakeChoice(&records[i]);
 }
 
 } // namespace vorn

@@ -52,13 +52,18 @@ void ConvertRest(const RowPair& rows, uint32_t first, uint32_t width) {
     ConvertChroma({2 * sum.red, 2 * sum.green, 2 * sum.blue}, rows.cr + x / 2, rows.cb + x / 2);
 }
 
-// `fast`: with the twin, as far as it goes.
-void ConvertRows(const RowPair& rows, uint32_t width, bool fast) {
+// With the twin of the level, as far as it goes.
+void ConvertRows(const RowPair& rows, uint32_t width, CpuLevel level) {
+    uint32_t done = 0;
 #if defined(__x86_64__) || defined(__i386__)
-    ConvertRest(rows, fast ? ConvertColumnsSse2(&rows, width) : 0, width);
+    if (level >= CpuLevel::AVX2)
+        done = ConvertColumnsAvx2(&rows, width);
+    else if (level == CpuLevel::SSE2)
+        done = ConvertColumnsSse2(&rows, width);
 #else
-    ConvertRest(rows, 0, width);
+    static_cast<void>(level);
 #endif
+    ConvertRest(rows, done, width);
 }
 
 // Repeats the last sample of a row up to the padded width.
@@ -82,7 +87,7 @@ void ConvertFrame(uint8_t* yPlane, uint8_t* crPlane, uint8_t* cbPlane, uint8_t* 
                   uint32_t sourcePitch, uint32_t width, uint32_t height) {
     const uint32_t chromaWidth = (width + 1) / 2, chromaHeight = (height + 1) / 2;
     const uint32_t lumaPitch = RoundToBlocks(width), chromaPitch = RoundToBlocks(chromaWidth);
-    const bool fast = &Kernels() != &AnalysisKernelsOf(CpuLevel::PLAIN);
+    const CpuLevel level = KernelLevel();
     for (uint32_t y = 0; y < height; y += 2) {
         const size_t second = y + 1 < height ? y + 1 : y;
         RowPair rows;
@@ -94,7 +99,7 @@ void ConvertFrame(uint8_t* yPlane, uint8_t* crPlane, uint8_t* cbPlane, uint8_t* 
         rows.alpha[1] = alphaPlane + second * lumaPitch;
         rows.cr = crPlane + size_t{y / 2} * chromaPitch;
         rows.cb = cbPlane + size_t{y / 2} * chromaPitch;
-        ConvertRows(rows, width, fast);
+        ConvertRows(rows, width, level);
         for (int row = 0; row < 2; row++) {
             PadRow(rows.y[row], width, lumaPitch);
             PadRow(rows.alpha[row], width, lumaPitch);

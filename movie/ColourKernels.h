@@ -15,8 +15,8 @@ struct RowPair {
     uint8_t* cb;
 };
 
-// Converts columns from the left, a multiple of 16, and returns how many: up to 15 of `width` are left to the plain form. A
-// wider twin gains nothing, as the conversion then waits for memory.
+// Each converts columns from the left, a multiple of 16 or 32, and returns how many: the rest of `width` is left to others.
 uint32_t ConvertColumnsSse2(const RowPair* rows, uint32_t width);
+uint32_t ConvertColumnsAvx2(const RowPair* rows, uint32_t width);
 
 } // namespace vorn

@@ -82,12 +82,14 @@ uint64_t SpoolTell(const SpoolFile* file) {
     return file->systemPosition - file->limit + file->cursor;
 }
 
-// The system is asked once; from then on the high-water mark of the position tells how the file grows.
+// The system is asked once; from then on the high-water mark of the position tells how the file grows. Where it can't tell,
+// or doesn't find back, neither a head nor what is written next can be trusted.
 uint64_t SpoolSize(SpoolFile* file) {
     if (file->knownSize == UNKNOWN_SIZE) {
         const uint64_t position = platform->seekFile(file->handle, 0, SeekOrigin::CURRENT);
         file->knownSize = platform->seekFile(file->handle, 0, SeekOrigin::END);
-        platform->seekFile(file->handle, static_cast<int64_t>(position), SeekOrigin::START);
+        const uint64_t back = platform->seekFile(file->handle, static_cast<int64_t>(position), SeekOrigin::START);
+        if (position == NO_POSITION || file->knownSize == UNKNOWN_SIZE || back != position) file->incomplete = 1;
     }
     return std::max(file->knownSize, SpoolTell(file));
 }

@@ -7,6 +7,28 @@ using namespace vorn;
 
 namespace {
 
+// Each plane of a movie, with what PlaneFuzz.cpp needs to know of it behind.
+void WritePlanes(const std::filesystem::path& folder, const std::string& bytes, const std::string& name) {
+    const ReadMovie read = ReadBack(bytes);
+    reader::Violations violations;
+    for (uint32_t number = 0; number < read.movie.header.frames; number++) {
+        reader::Frame frame;
+        reader::ReadFrame(read.movie, number, &frame, &violations);
+        for (const auto& [plane, stream] : {std::pair{reader::PLANE_Y, frame.luma},
+                                            {reader::PLANE_CR, frame.chroma},
+                                            {reader::PLANE_ALPHA, frame.alpha}}) {
+            if (stream.size == 0) continue;
+            uint32_t width = 0, height = 0;
+            reader::PlaneSize(read.movie, plane, &width, &height);
+            std::string text(stream.data, stream.data + stream.size);
+            text += static_cast<char>(plane + (frame.key ? 4 : 0));
+            text += static_cast<char>(width / 8 - 1 + (height / 8 - 1) * 16);
+            text += static_cast<char>(number);
+            WriteWholeFile(folder / (name + "frame" + std::to_string(number) + reader::PlaneName(plane)), text);
+        }
+    }
+}
+
 // Small movies of every content and set of planes, with sound of both kinds.
 void WriteMovies(const std::filesystem::path& folder) {
     const TestFolder scratch;
@@ -25,6 +47,7 @@ void WriteMovies(const std::filesystem::path& folder) {
             const std::string bytes = MakeMovie(&plan, scratch / "movie");
             const std::string name = "movie" + std::to_string(number++);
             WriteWholeFile(folder / "reader" / name, bytes);
+            if (number % 3 == 0) WritePlanes(folder / "plane", bytes, name);
             std::string choices(24, '\0');
             for (size_t i = 0; i < choices.size(); i++) choices[i] = static_cast<char>(Scatter(number, uint32_t(i), 5));
             WriteWholeFile(folder / "mix" / name, bytes + choices);
@@ -73,7 +96,7 @@ void WritePictures(const std::filesystem::path& folder) {
 int main(int count, char** arguments) {
     if (count != 2) return 2;
     const std::filesystem::path folder = arguments[1];
-    for (const char* target : {"reader", "mix", "make", "pictures", "sound", "strings"})
+    for (const char* target : {"reader", "plane", "mix", "make", "pictures", "sound", "strings"})
         std::filesystem::create_directories(folder / target);
     const Workers workers{1};
     WriteMovies(folder);

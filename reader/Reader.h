@@ -175,7 +175,8 @@ struct DecodedPlane {
     size_t consumed = 0;           // bytes of the stream, padding included
     PlaneStatistics statistics = {};
 };
-// False if the stream broke off: an error tells where, and `plane` holds what came out up to there, the rest 0.
+// False if the stream broke off: an error tells where, and `plane` holds what came out up to there, the rest 0; or no sample
+// at all if it broke off ahead of the first block.
 bool DecodePlane(const PlaneRequest& request, DecodedPlane* plane, Violations* violations);
 
 // ---- Frames --------------------------------------------------------------------------------------------------------

@@ -4,7 +4,7 @@
 #include <algorithm>
 
 #include "fuzz/Fuzz.h"
-#include "fuzz/MemoryDisk.h"
+#include "tests/files/MemoryDisk.h"
 #include "tests/movie/MovieMaking.h"
 
 using namespace vorn;

@@ -3,9 +3,9 @@
 #include <algorithm>
 
 #include "fuzz/Fuzz.h"
-#include "fuzz/MemoryDisk.h"
 #include "public/vornmake.h"
 #include "reader/Reader.h"
+#include "tests/files/MemoryDisk.h"
 
 using namespace vorn;
 using Bytes = std::vector<uint8_t>;

@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <map>
 #include <random>
 #include <string>
 #include <vector>
@@ -16,6 +15,7 @@
 #include <unistd.h>
 
 #include "mixing/MixInternal.h"
+#include "tests/files/MemoryDisk.h"
 
 using namespace vorn;
 
@@ -141,81 +141,26 @@ TestMovie MakeMovie() {
     return movie;
 }
 
-// A disk in memory under the library's files: fast, and every operation can be made to fail.
-struct OpenFile {
-    std::string name;
-    uint64_t position;
-};
-std::map<std::string, Bytes> disk;
-std::map<FileHandle, OpenFile> openFiles;
-FileHandle nextHandle;
-
-FileHandle OpenOnDisk(const char* name) {
-    if (disk.count(name) == 0) return NO_FILE;
-    openFiles[++nextHandle] = {name, 0};
-    return nextHandle;
-}
-uint32_t ReadOnDisk(FileHandle handle, void* destination, uint32_t bytes) {
-    OpenFile& file = openFiles.at(handle);
-    const Bytes& content = disk.at(file.name);
-    const uint64_t left = content.size() - std::min<uint64_t>(file.position, content.size());
-    const uint32_t part = static_cast<uint32_t>(std::min<uint64_t>(left, bytes));
-    if (part > 0) std::memcpy(destination, content.data() + file.position, part);
-    file.position += part;
-    return part;
-}
-uint32_t WriteOnDisk(FileHandle handle, const void* source, uint32_t bytes) {
-    OpenFile& file = openFiles.at(handle);
-    Bytes& content = disk.at(file.name);
-    if (content.size() < file.position + bytes) content.resize(file.position + bytes);
-    if (bytes > 0) std::memcpy(content.data() + file.position, source, bytes);
-    file.position += bytes;
-    return bytes;
-}
-uint64_t SeekOnDisk(FileHandle handle, int64_t offset, SeekOrigin origin) {
-    OpenFile& file = openFiles.at(handle);
-    const uint64_t base = origin == SeekOrigin::START     ? 0
-                          : origin == SeekOrigin::CURRENT ? file.position
-                                                          : disk.at(file.name).size();
-    return offset < 0 ? UINT64_MAX : file.position = base + static_cast<uint64_t>(offset);
-}
-Platform DiskPlatform() {
-    Platform table = SYSTEM_PLATFORM;
-    table.createFile = [](const char* name, bool) { return disk[name].clear(), OpenOnDisk(name); };
-    table.openFile = OpenOnDisk;
-    table.readFile = ReadOnDisk;
-    table.writeFile = WriteOnDisk;
-    table.seekFile = SeekOnDisk;
-    table.flushFile = [](FileHandle) { return true; };
-    table.syncFolder = [](const char*) {};
-    table.closeFile = [](FileHandle handle) { openFiles.erase(handle); };
-    table.deleteFile = [](const char* name) { return disk.erase(name) ? NameResult::DONE : NameResult::MISSING; };
-    table.renameFile = [](const char* newName, const char* oldName) {
-        if (disk.count(newName) != 0) return NameResult::FAILED;
-        disk[newName] = disk.at(oldName);
-        disk.erase(oldName);
-        return NameResult::DONE;
-    };
-    return table;
-}
+MemoryDisk memory; // fast, and every operation can be made to fail
 
 class MixTest : public ::testing::Test {
 protected:
     void SetUp() override {
         messages.clear();
         calls = 0, cancelAt = UINT32_MAX;
-        disk.clear();
-        table = DiskPlatform();
+        memory = {};
+        disk = &memory;
+        table = MemoryDiskPlatform();
         platform = &table;
     }
     void TearDown() override {
         platform = &SYSTEM_PLATFORM;
-        EXPECT_TRUE(openFiles.empty());
+        EXPECT_TRUE(disk->open.empty());
     }
 
-    static void Save(const char* name, const Bytes& bytes) { disk[name] = bytes; }
-    static Bytes Load(const char* name) { return disk.count(name) ? disk[name] : Bytes(); }
-    static bool Exists(const char* name) { return disk.count(name) != 0; }
+    static void Save(const char* name, const Bytes& bytes) { disk->files[name] = bytes; }
+    static Bytes Load(const char* name) { return disk->files.count(name) ? disk->files[name] : Bytes(); }
+    static bool Exists(const char* name) { return disk->files.count(name) != 0; }
 
     static uint32_t VORN_CALL Report(uint32_t code, void* record, const char* text) {
         if (code == VORN_MESSAGE) {
@@ -473,7 +418,7 @@ TEST_F(MixTest, ArgumentsThatCannotBe) {
     Save("out.vrn.tmp", BuildMovie(MakeMovie()));
     EXPECT_EQ(VornMix("out.vrn.tmp", "out.vrn", 0, 0, 0, 0, 1, &drop, Report), 0u);
     EXPECT_EQ(Load("out.vrn.tmp"), BuildMovie(MakeMovie()));
-    disk.erase("out.vrn.tmp");
+    disk->files.erase("out.vrn.tmp");
     table.createFile = [](const char*, bool) { return NO_FILE; };
     EXPECT_EQ(VornMix("in.vrn", "out.vrn", 0, 0, 0, 0, 1, &drop, Report), 0u);
     EXPECT_EQ(messages,
@@ -483,7 +428,7 @@ TEST_F(MixTest, ArgumentsThatCannotBe) {
                   "read-only drive (like a CD-ROM),\n  2) mixing to a drive that is full (out of disk space), or\n  3) "
                   "mixing multiple files to the same Vorn output filename."));
     EXPECT_EQ(drop.sampleRate, 1u);
-    EXPECT_EQ(disk.size(), 1u);
+    EXPECT_EQ(disk->files.size(), 1u);
 }
 
 TEST_F(MixTest, OutputThatCannotBeReplaced) {
@@ -498,7 +443,7 @@ TEST_F(MixTest, OutputThatCannotBeReplaced) {
     EXPECT_EQ(Load("old.tmp"), movie);
     EXPECT_EQ(Load("old"), (Bytes{1, 2, 3}));
     messages.clear();
-    table.deleteFile = DiskPlatform().deleteFile;
+    table.deleteFile = MemoryDiskPlatform().deleteFile;
     table.renameFile = [](const char*, const char*) { return NameResult::FAILED; };
     drop = Drop(5);
     EXPECT_EQ(VornMix("in.vrn", "new", 0, 0, 0, 0, 1, &drop, Report), movie.size());
@@ -655,7 +600,7 @@ TEST_F(MixTest, FailingFileOperations) {
     EXPECT_NE(Run({Encode(7, &position), Encode(11, &position)}, 2, 1), 0u);
     const Bytes whole = Load("out.vrn");
     for (int kind = 0; kind < 4; kind++) {
-        table = DiskPlatform();
+        table = MemoryDiskPlatform();
         if (kind == 0) // half of one write is lost, those after it work again
             table.writeFile = [](FileHandle file, const void* source, uint32_t bytes) {
                 return WriteOnDisk(file, source, Fails() ? bytes / 2 : bytes);

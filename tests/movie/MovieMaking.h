@@ -110,7 +110,7 @@ struct MoviePlan {
     uint32_t options = 0;
     int32_t lookAhead = 2;
     uint32_t rate = 600, cap = UINT32_MAX;
-    uint32_t rateNumerator = 25;
+    uint32_t rateNumerator = 25, rateDenominator = 1;
     uint32_t padding = 0; // bytes behind each row of pixels
     std::vector<Sound> sounds = {};
 };
@@ -142,8 +142,8 @@ inline VornMakeState* OpenMovie(MoviePlan* plan, const std::string& name, Progre
     }
     return VornMake(name.c_str(), plan->width * 4 + plan->padding, plan->width, plan->height,
                     plan->capacity != 0 ? plan->capacity : plan->frames, plan->keyInterval, plan->options,
-                    plan->rateNumerator, 1, static_cast<uint32_t>(tracks.size()), tracks.data(), plan->lookAhead,
-                    callback);
+                    plan->rateNumerator, plan->rateDenominator, static_cast<uint32_t>(tracks.size()), tracks.data(),
+                    plan->lookAhead, callback);
 }
 
 inline void PutFrame(VornMakeState* state, const MoviePlan& plan, uint32_t frame) {

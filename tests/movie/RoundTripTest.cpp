@@ -49,6 +49,7 @@ protected:
     TestFolder folder;
     PlatformSeam seam;
     Workers workers{1};
+    uint32_t surplus = 0; // frames handed in when the movie is full
 
     RoundTrip() {
         // The last frame may come into being in VornMakeClose; the record is still whole when the file is closed.
@@ -66,7 +67,7 @@ protected:
         stateInHand = OpenMovie(&plan, name, NoteProgress);
         EXPECT_NE(stateInHand, nullptr);
         if (stateInHand == nullptr) return {};
-        for (uint32_t frame = 0; frame < plan.frames; frame++) PutFrame(stateInHand, plan, frame);
+        for (uint32_t frame = 0; frame < plan.frames + surplus; frame++) PutFrame(stateInHand, plan, frame);
         const uint64_t size = VornMakeClose(stateInHand, 0);
         const std::string bytes = ReadWholeFile(name);
         EXPECT_EQ(bytes.size(), size);
@@ -157,6 +158,24 @@ TEST_F(RoundTrip, OddSizes) {
     }
 }
 
+// As wide as can be, where counts of elements have the most bits and come nearest to their ends; and very high.
+TEST_F(RoundTrip, WidestAndHighest) {
+    const uint32_t sizes[][2] = {{4032, 1}, {4025, 20}, {1, 3000}};
+    for (const auto& size : sizes) {
+        for (const uint32_t rate : {0u, 20000u, 0x7fffffffu / 64}) {
+            MoviePlan plan;
+            plan.content = Content::NOISE;
+            plan.width = size[0];
+            plan.height = size[1];
+            plan.frames = 2;
+            plan.rate = rate;
+            const ReadMovie read = Check(plan);
+            if (HasFailure()) return;
+            if (rate > 20000) ExpectExactPicture(plan, read);
+        }
+    }
+}
+
 TEST_F(RoundTrip, KeyFramesComeWhenTheyAreDue) {
     for (const uint32_t interval : {0u, 1u, 3u, 7u, 100u}) {
         MoviePlan plan;
@@ -173,26 +192,50 @@ TEST_F(RoundTrip, KeyFramesComeWhenTheyAreDue) {
 
 // Full queues that slide along, queues that the last promised frame drains, and those that only the close drains.
 TEST_F(RoundTrip, LookAheads) {
-    for (const int32_t lookAhead : {2, 3, 64}) {
-        for (const uint32_t promised : {7u, 9u, 200u}) {
+    for (int32_t lookAhead = 1; lookAhead <= 64; lookAhead++) {
+        MoviePlan plan;
+        plan.content = Content::STATIC;
+        plan.width = plan.height = 16;
+        plan.rate = 60;
+        plan.lookAhead = lookAhead;
+        plan.frames = static_cast<uint32_t>(lookAhead % 7 == 0 ? 3 : lookAhead + 5);
+        plan.capacity = lookAhead % 2 == 0 ? 200 : 0;
+        Check(plan);
+    }
+}
+
+// Frames that find the movie full are ignored, also when it has room for none.
+TEST_F(RoundTrip, Capacities) {
+    surplus = 3;
+    for (const uint32_t capacity : {0u, 1u, 2u}) {
+        for (const int32_t lookAhead : {2, 64}) {
             MoviePlan plan;
-            plan.frames = 7;
-            plan.capacity = promised;
+            plan.frames = capacity;
             plan.lookAhead = lookAhead;
+            plan.sounds = {{8000, 1, 10}};
             Check(plan);
         }
     }
-    MoviePlan longer;
-    longer.content = Content::STATIC;
-    longer.width = longer.height = 16;
-    longer.frames = 70;
-    longer.lookAhead = 64;
-    longer.rate = 60;
-    Check(longer);
-    MoviePlan none;
-    none.frames = 0;
-    none.capacity = 5;
-    Check(none);
+    surplus = 0;
+    MoviePlan roomy;
+    roomy.capacity = 1000000;
+    roomy.frames = 2;
+    Check(roomy);
+}
+
+TEST_F(RoundTrip, FrameRates) {
+    const uint32_t rates[][3] = {{1, UINT32_MAX, 0},           {UINT32_MAX, 1, 1}, {UINT32_MAX, UINT32_MAX - 1, 1},
+                                 {0x80000000u, 0x7fffffff, 1}, {30000, 1001, 1},   {65521, 65519, 1}};
+    for (const auto& rate : rates) {
+        MoviePlan plan;
+        plan.frames = 3;
+        plan.rateNumerator = rate[0];
+        plan.rateDenominator = rate[1];
+        if (rate[2] != 0) plan.sounds = {{8000, 1, 10}}; // a frame that lasts 136 years would take some
+        const ReadMovie read = Check(plan);
+        EXPECT_EQ(read.movie.header.rateNumerator, rate[0]);
+        EXPECT_EQ(read.movie.header.rateDenominator, rate[1]);
+    }
 }
 
 TEST_F(RoundTrip, RatesAndCapsAtTheirEnds) {

@@ -69,10 +69,9 @@ inline uint64_t SeekOnDisk(FileHandle handle, int64_t offset, SeekOrigin origin)
     return file.position = static_cast<uint64_t>(base + offset);
 }
 
-// Puts `chosen` in force. Nothing of the library may be at work.
-inline void UseMemoryDisk(MemoryDisk* chosen) {
-    static Platform table = SYSTEM_PLATFORM;
-    disk = chosen;
+// The table that leads to `disk`.
+inline Platform MemoryDiskPlatform() {
+    Platform table = SYSTEM_PLATFORM;
     table.createFile = [](const char* name, bool) {
         disk->files[name].clear();
         return OpenOnDisk(name);
@@ -100,6 +99,13 @@ inline void UseMemoryDisk(MemoryDisk* chosen) {
     table.counterRead = [] { return disk->milliseconds; };
     table.tickMilliseconds = [] { return static_cast<uint32_t>(disk->milliseconds); };
     table.sleepMilliseconds = [](uint32_t count) { disk->milliseconds += count; };
+    return table;
+}
+
+// Puts `chosen` in force. Nothing of the library may be at work.
+inline void UseMemoryDisk(MemoryDisk* chosen) {
+    static const Platform table = MemoryDiskPlatform();
+    disk = chosen;
     platform = &table;
 }
 

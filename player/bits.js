@@ -29,8 +29,11 @@ export class Bits {
         this.position += count;
         if (this.position > this.end) {
             this.position = this.end;
-            throw new VornError('the stream is too short');
+            throw this.tooShort();
         }
+    }
+    tooShort() {
+        return new VornError('the stream is too short');
     }
     take(count) {
         const value = this.peek(count);
@@ -39,7 +42,7 @@ export class Bits {
     }
     takeFlag() {
         const position = this.position;
-        if (position >= this.end) throw new VornError('the stream is too short');
+        if (position >= this.end) throw this.tooShort();
         this.position = position + 1;
         return this.bytes[position >>> 3] >>> (position & 7) & 1;
     }

@@ -62,25 +62,38 @@ class Ladder {
     }
     // One pass from the present front to the back, which moves on meanwhile. coder.send(bits, n) returns false to stop.
     walk(bits, coder) {
+        const {first, kind} = this;
+        const {bytes, end} = bits;
+        let position = bits.position; // most flags are 0: bits needn't know of each
         for (let i = this.front; i < this.back;) {
-            const kind = this.kind[i];
-            if (kind === GONE || !bits.takeFlag()) {
+            const node = kind[i];
+            if (node === GONE) {
                 i++;
                 continue;
             }
-            const n = this.first[i];
-            if (kind === 0) {
-                this.first[i] = n + 4;
-                this.kind[i] = 1;
+            if (position >= end) throw bits.tooShort();
+            const flag = bytes[position >>> 3] >>> (position & 7) & 1;
+            position++;
+            if (flag === 0) {
+                i++;
+                continue;
+            }
+            bits.position = position;
+            const n = first[i];
+            if (node === 0) {
+                first[i] = n + 4;
+                kind[i] = 1;
                 if (!this.readGroup(bits, coder, n)) return false;
-            } else if (kind === 1) {
-                this.kind[i] = 2;
+            } else if (node === 1) {
+                kind[i] = 2;
                 for (let part = 4; part < 16; part += 4) this.addBack(n + part, 2);
             } else {
-                this.kind[i++] = GONE;
-                if (!(kind === 3 ? coder.send(bits, n) : this.readGroup(bits, coder, n))) return false;
+                kind[i++] = GONE;
+                if (!(node === 3 ? coder.send(bits, n) : this.readGroup(bits, coder, n))) return false;
             }
+            position = bits.position;
         }
+        bits.position = position;
         return true;
     }
     // A 0 flag sends a number now, a 1 flag leaves it to a node of its own in front.

@@ -42,8 +42,8 @@ export class Plane {
             this.reference = new Uint8Array(this.width * this.height);
         }
         [this.samples, this.reference] = [this.reference, this.samples];
-        this.words = new Uint32Array(this.samples.buffer);
-        this.referenceWords = new Uint32Array(this.reference.buffer);
+        this.words = new Int32Array(this.samples.buffer);
+        this.referenceWords = new Int32Array(this.reference.buffer);
         this.modes.fill(0);
         this.highModes.fill(0);
         for (this.row = 0; this.row < rows; this.row++) {
@@ -85,7 +85,7 @@ export class Plane {
         if (mode === MODE_SKIP) {
             this.copySkipped();
         } else if (mode === MODE_MOTION) {
-            this.copyMoved(this.bundles.all[X_OFFSETS].take(), this.bundles.all[Y_OFFSETS].take());
+            this.copyMoved();
         } else if (usesReference) {
             this.readCorrectedBlock(bits, mode);
         } else {
@@ -110,37 +110,53 @@ export class Plane {
             words[at + 1] = referenceWords[at + 1];
         }
     }
-    // Puts the displaced block of the frame before into the block's place.
-    copyMoved(offsetX, offsetY) {
-        const {samples, reference, width} = this;
+    // Takes the offsets of the block in hand. Returns where in the frame before the displaced block begins.
+    takeDisplaced() {
+        const offsetX = this.bundles.all[X_OFFSETS].take();
+        const offsetY = this.bundles.all[Y_OFFSETS].take();
         const x = this.column * BLOCK + offsetX;
         const y = this.row * BLOCK + offsetY;
-        if (x < 0 || y < 0 || x + BLOCK > width || y + BLOCK > this.height) {
+        if (x < 0 || y < 0 || x + BLOCK > this.width || y + BLOCK > this.height) {
             throw new VornError(`offsets ${offsetX}, ${offsetY} lead out of the plane`);
         }
-        let from = y * width + x;
-        let to = (this.row * width + this.column) * BLOCK;
-        for (let i = 0; i < BLOCK; i++, from += width, to += width) {
-            for (let k = 0; k < BLOCK; k++) samples[to + k] = reference[from + k];
+        return y * this.width + x;
+    }
+    // Eight samples are two words, put together from up to three of the frame before.
+    copyMoved() {
+        const from = this.takeDisplaced();
+        const {words, referenceWords} = this;
+        const step = this.width / 4;
+        const right = (from & 3) * 8;
+        const left = 32 - right;
+        let source = from >> 2;
+        let at = this.row * BLOCK * step + this.column * 2;
+        for (let y = 0; y < BLOCK; y++, at += step, source += step) {
+            if (right === 0) {
+                words[at] = referenceWords[source];
+                words[at + 1] = referenceWords[source + 1];
+            } else {
+                const middle = referenceWords[source + 1];
+                words[at] = referenceWords[source] >>> right | middle << left;
+                words[at + 1] = middle >>> right | referenceWords[source + 2] << left;
+            }
         }
     }
     // A displaced block and what is added to it, modulo 256.
     readCorrectedBlock(bits, mode) {
-        const {samples, width} = this;
-        const bundles = this.bundles.all;
-        this.copyMoved(bundles[X_OFFSETS].take(), bundles[Y_OFFSETS].take());
+        const {samples, reference, width} = this;
+        let from = this.takeDisplaced();
         let addend = residual;
         if (mode === MODE_RESIDUE) {
             this.residue.read(bits);
             addend = this.residue.values;
         } else {
-            const dc = bundles[INTER_DC].take();
+            const dc = this.bundles.all[INTER_DC].take();
             const quantiser = this.coefficients.read(bits, dc);
             restore(this.coefficients.values, INTER_DEQUANTISERS[quantiser], residual);
         }
         let to = (this.row * width + this.column) * BLOCK;
-        for (let i = 0; i < BLOCK_SAMPLES; i += BLOCK, to += width) {
-            for (let x = 0; x < BLOCK; x++) samples[to + x] += addend[i + x];
+        for (let i = 0; i < BLOCK_SAMPLES; i += BLOCK, to += width, from += width) {
+            for (let x = 0; x < BLOCK; x++) samples[to + x] = reference[from + x] + addend[i + x];
         }
     }
     // The modes that 8x8 and half-scale blocks share.

@@ -1,5 +1,6 @@
 // controls.js - the player's face: canvas, buttons, sliders, keys.
 
+export const ALL_TRACKS = -1; // in place of a track's number
 const SPEEDS = [0.25, 0.5, 0.75, 1, 1.25, 1.5, 2];
 const MOST_TICKS = 400; // key frames that are marked one by one
 const ICONS = {
@@ -117,7 +118,9 @@ export class Controls {
         this.keys.innerHTML = keys.map((key) => `<path d="M${key / span} 0v1" vector-effect="non-scaling-stroke"/>`).join('');
         this.sound.hidden = movie.tracks.length === 0;
         this.track.hidden = movie.tracks.length < 2;
-        this.track.innerHTML = movie.tracks.map((track, t) => `<option value="${t}">track ${track.id}</option>`).join('');
+        this.track.innerHTML = movie.tracks.map((track, t) =>
+            `<option value="${t}"${track.usable ? '' : ' disabled'}>track ${track.id}</option>`).join('') +
+            `<option value="${ALL_TRACKS}">all tracks</option>`;
         this.update();
     }
     showMessage(text) {

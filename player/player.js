@@ -1,15 +1,13 @@
-// player.js - plays a movie: which frame is due, when it is decoded and shown, and the clock behind it.
-// The clock is the sound device as long as there is sound, else the page's own. The picture follows it: frames for which
-// there is no time are decoded and not shown, and if the picture falls far behind, sound and picture start again together.
+// player.js - plays a movie: which frame is due and shown, and the clock behind it.
+// The clock is the sound device as long as there is sound, else the page's own. The picture follows it: frames that come
+// late aren't shown, and if the picture falls far behind, sound and picture start again together.
 
 import {VornError} from './bits.js';
-import {Controls} from './controls.js';
-import {openFeed} from './feed.js';
+import {ALL_TRACKS, Controls} from './controls.js';
+import {Feed} from './feed.js';
+import {Frames} from './frames.js';
 import {open} from './vorn.js';
 
-const DECODE_MILLISECONDS = 24; // of decoding before the page gets its turn
-const MOST_AHEAD = 6; // frames that are ready before they are due
-const MOST_AHEAD_BYTES = 1 << 26;
 const MOST_LAG = 1.5; // seconds by which the picture may be late
 const DEVICE_PATIENCE = 2500; // milliseconds that a sound device may stand still
 
@@ -17,14 +15,12 @@ export class Player {
     // Builds itself into `root`. onFrame(frame) is called whenever another frame is shown.
     constructor(root) {
         this.movie = null;
+        this.frames = null;
         this.feed = null;
         this.playing = false;
         this.wanted = 0; // frame to show while the clock stands
         this.shown = -1;
-        this.arriving = false; // the wanted frame isn't there yet
-        this.aheadFailed = false; // a frame of the near future can't be decoded
-        this.ready = []; // {frame, image}, decoded ahead, rising without gaps from shown + 1 on
-        this.spare = []; // images of before
+        this.arriving = false; // the clock waits for the wanted frame
         this.speed = 1;
         this.volume = 1;
         this.muted = false;
@@ -51,11 +47,12 @@ export class Player {
         this.controls.showMovie(this.movie);
         try {
             this.picture = this.controls.canvas.getContext('2d');
-            this.image = this.picture.createImageData(width, height);
+            this.picture.createImageData(width, height);
         } catch {
             this.movie = null;
             return this.fail(new VornError(`the browser has no room for a picture of ${width} x ${height}`));
         }
+        this.frames = new Frames(this.movie);
         const audible = this.movie.tracks.findIndex((track) => track.usable);
         if (audible >= 0) this.chooseTrack(audible);
         if (this.movie.frames === 0) return this.fail(new VornError('the movie has no frames'));
@@ -65,21 +62,17 @@ export class Player {
     unload() {
         this.pause();
         if (this.feed !== null) this.feed.close();
-        this.feed = null;
-        this.movie = null;
+        if (this.frames !== null) this.frames.close();
+        this.feed = this.frames = this.movie = null;
+        this.arriving = false;
         this.shown = -1;
-        this.ready = [];
-        this.spare = [];
         this.shownCount = this.droppedCount = 0;
         this.controls.showMessage('');
     }
     play() {
         if (this.playing || this.movie === null || this.movie.frames === 0) return;
-        if (this.wanted >= this.movie.frames - 1) this.wanted = 0;
-        this.position = this.secondsOf(this.wanted);
         this.playing = true;
-        this.arriving = true;
-        this.controls.update();
+        this.seekFrame(this.wanted >= this.movie.frames - 1 ? 0 : this.wanted);
     }
     pause() {
         if (!this.playing) return;
@@ -97,6 +90,8 @@ export class Player {
         this.wanted = Math.min(Math.max(Math.round(frame), 0), this.movie.frames - 1);
         this.position = this.secondsOf(this.wanted);
         this.arriving = true;
+        const next = this.wanted === this.shown ? this.wanted + 1 : this.wanted;
+        if (!this.frames.reaches(next)) this.frames.seek(next);
         if (this.feed !== null) this.feed.stop();
         this.controls.showMessage('');
         this.controls.update();
@@ -117,8 +112,7 @@ export class Player {
         this.seekFrame(this.wantedNow() + frames);
     }
     setSpeed(speed) {
-        this.speed = speed;
-        this.restartClock();
+        this.restartClock(() => this.speed = speed);
         this.controls.update();
     }
     setVolume(volume, muted) {
@@ -127,14 +121,21 @@ export class Player {
         if (this.feed !== null) this.feed.setVolume(muted ? 0 : this.volume);
         this.controls.update();
     }
+    // A track's place among the movie's, or ALL_TRACKS.
     chooseTrack(track) {
-        if (this.feed !== null) this.feed.close();
-        const {feed, problem} = openFeed(this.movie, track);
-        this.feed = feed;
-        if (feed === null) this.controls.showMessage(`No sound: ${problem}`);
-        else if (feed.reader.problem !== null) this.controls.showMessage(`The sound is cut short: ${feed.reader.problem.message}`);
+        this.restartClock(() => this.openFeed(track));
         this.setVolume(this.volume, this.muted);
-        this.restartClock();
+    }
+    openFeed(track) {
+        if (this.feed !== null) this.feed.close();
+        const usable = [...this.movie.tracks.keys()].filter((one) => this.movie.tracks[one].usable);
+        try {
+            this.feed = new Feed(this.movie, track === ALL_TRACKS ? usable : [track]);
+            if (this.feed.problem !== null) this.controls.showMessage(`The sound is cut short: ${this.feed.problem.message}`);
+        } catch (error) {
+            this.feed = null;
+            this.controls.showMessage(`No sound: ${error.message}`);
+        }
     }
 
     // ---- The clock
@@ -152,11 +153,14 @@ export class Player {
     startClock() {
         this.arriving = false;
         this.wallStart = performance.now();
-        if (this.feed !== null) this.reportSound(() => this.feed.start(this.position, this.speed));
+        if (this.feed !== null) this.withSound(() => this.feed.start(this.position, this.speed));
     }
-    restartClock() {
+    // Does `change` to the sound, which goes on from where it is.
+    restartClock(change) {
+        const position = this.movie === null ? 0 : this.time();
+        change();
         if (!this.playing || this.arriving) return;
-        this.position = this.time();
+        this.position = position;
         this.startClock();
     }
     // Where the movie is, in seconds.
@@ -167,22 +171,21 @@ export class Player {
     }
     pump() {
         if (!this.playing || this.arriving || this.feed === null || !this.feed.running) return;
-        this.reportSound(() => {
+        this.withSound(() => {
             const problem = this.feed.pump();
-            if (problem !== null) throw problem;
+            if (problem !== null) this.controls.showMessage(`The sound is cut short: ${problem.message}`);
             if (this.feed.stalled() < DEVICE_PATIENCE) return;
             this.position = this.feed.time();
             this.wallStart = performance.now();
             throw new VornError('the sound device does not answer');
         });
     }
-    // Plays on without sound if there is something wrong with it.
-    reportSound(work) {
+    // Plays on without sound if the device or the browser doesn't want it.
+    withSound(work) {
         try {
             work();
         } catch (error) {
             this.controls.showMessage(`No more sound: ${error.message}`);
-            if (error === this.feed.reader.problem) return; // what was made before plays out, and the clock goes on
             this.feed.close();
             this.feed = null;
         }
@@ -195,75 +198,51 @@ export class Player {
         if (this.movie === null || this.movie.frames === 0) return;
         try {
             this.pump();
-            if (this.playing && !this.arriving) this.follow();
-            else if (this.arriving || this.shown !== this.wanted) this.arrive();
+            if (this.arriving) this.arrive();
+            else if (this.playing) this.follow();
         } catch (error) {
             this.fail(error);
         }
         this.controls.updateTime();
     }
-    // Decodes towards `target` as long as there is time. True once it is there.
-    decodeTowards(target) {
-        const started = performance.now();
-        while (this.movie.last !== target) {
-            this.movie.decodeFrame(this.movie.nextToDecode(target));
-            if (performance.now() - started >= DECODE_MILLISECONDS) break;
-        }
-        return this.movie.last === target;
-    }
-    // While the clock stands: the wanted frame, and nothing on the way.
+    // While the clock stands: waits for the wanted frame, and to play on for one behind it.
     arrive() {
-        this.ready = [];
-        this.aheadFailed = false;
-        if (!this.decodeTowards(this.wanted)) return;
-        this.movie.toRgba(this.movie.decodeFrame(this.wanted), this.image.data);
-        this.show(this.wanted, this.image);
-        if (this.playing) this.startClock();
-        else this.arriving = false;
+        const {frames, wanted} = this;
+        const found = this.shown !== wanted ? frames.get(wanted) : null;
+        if (found !== null) this.show(found);
+        if (this.shown !== wanted) {
+            this.checkProblem(wanted);
+            if (frames.ready.length > 0) frames.seek(wanted); // it was late once, and left out
+            return;
+        }
+        frames.goOn(wanted, wanted);
+        const more = frames.ready.length > 0 || frames.problem !== null || wanted + 1 >= this.movie.frames;
+        if (!this.playing) this.arriving = false;
+        else if (more) this.startClock();
     }
-    // While the clock goes: the frame that is due, or the nearest one that there was time for.
+    // While the clock goes: the frame that is due, or the last one before it.
     follow() {
         const time = this.time();
         const last = this.movie.frames - 1;
         const due = Math.min(Math.floor(time * this.movie.rate.value + 1e-6), last);
-        if (due > this.shown && !this.showReady(due)) this.showLate(due, time);
-        else this.decodeAhead();
+        const found = due > this.shown ? this.frames.get(due) : null;
+        if (found !== null) {
+            this.droppedCount += found.frame - this.shown - 1;
+            this.shownCount++;
+            this.show(found);
+        } else if (due > this.shown) {
+            this.checkProblem(due);
+        }
+        this.frames.goOn(this.shown, due);
+        if (time - this.secondsOf(this.shown + 1) > MOST_LAG) this.waitForPicture(this.shown);
         if (time >= this.seconds && this.shown === last) this.finish();
     }
-    showReady(due) {
-        let next = null;
-        while (this.ready.length > 0 && this.ready[0].frame <= due) {
-            if (next !== null) this.spare.push(next.image);
-            next = this.ready.shift();
-        }
-        if (next === null) return false;
-        this.showMoving(next.frame, next.image);
-        this.spare.push(next.image);
-        return true;
-    }
-    showLate(due, time) {
-        this.decodeTowards(due);
-        const reached = this.movie.last;
-        if (reached > this.shown) {
-            this.movie.toRgba(this.movie.decodeFrame(reached), this.image.data);
-            this.showMoving(reached, this.image);
-        }
-        if (reached >= this.shown && time - this.secondsOf(reached) > MOST_LAG) this.waitForPicture(reached);
-    }
-    // One frame more, if there is room. What is wrong with it is told when it is due.
-    decodeAhead() {
-        const {width, height, frames} = this.movie;
-        const next = this.ready.length > 0 ? this.ready.at(-1).frame + 1 : this.shown + 1;
-        const room = Math.min(MOST_AHEAD, Math.floor(MOST_AHEAD_BYTES / (width * height * 4)));
-        if (next >= frames || this.ready.length >= room || this.aheadFailed || this.movie.nextToDecode(next) !== next) return;
-        try {
-            const frame = this.movie.decodeFrame(next);
-            const image = this.spare.pop() ?? this.picture.createImageData(width, height);
-            this.movie.toRgba(frame, image.data);
-            this.ready.push({frame: next, image});
-        } catch {
-            this.aheadFailed = true;
-        }
+    // What is wrong with a frame is told when it is due.
+    checkProblem(due) {
+        const {problem} = this.frames;
+        if (problem === null || problem.frame > due) return;
+        if (!problem.known) console.error(problem.problem);
+        throw new VornError(problem.problem);
     }
     waitForPicture(frame) {
         if (this.feed !== null) this.feed.stop();
@@ -276,15 +255,11 @@ export class Player {
         this.wanted = this.movie.frames - 1;
         this.position = this.secondsOf(this.wanted);
     }
-    showMoving(frame, image) {
-        this.droppedCount += frame - this.shown - 1;
-        this.shownCount++;
-        this.show(frame, image);
-    }
-    show(frame, image) {
-        this.picture.putImageData(image, 0, 0);
-        this.shown = frame;
-        this.onFrame(frame);
+    show(found) {
+        this.picture.putImageData(found.image, 0, 0);
+        this.frames.giveBack(found);
+        this.shown = found.frame;
+        this.onFrame(found.frame);
     }
     // Ends playing with a message. Another place may still be sought.
     fail(error) {
@@ -292,7 +267,6 @@ export class Player {
             this.pause();
             this.arriving = false;
             this.wanted = Math.max(this.shown, 0);
-            this.shown = this.wanted;
         }
         this.controls.showMessage(`This movie can't be played${this.movie !== null ? ' on' : ''}: ${error.message}`);
         if (!(error instanceof VornError)) console.error(error);

@@ -15,6 +15,7 @@ struct MakeOptions {
     std::string output;
     uint32_t frameBytes = 0;   // target size of a frame, sound and picture; 0: by `rateKbit`, or by the picture's size
     double rateKbit = 0;       // of the whole movie, in 1000 bits a second; 0: not given
+    std::string quality;       // "low", "middle", "high": the target size by the picture's size; "" if not given
     uint32_t cap = UINT32_MAX; // bytes: most that the picture of a frame may take
     uint32_t keyInterval = 0;  // 0: only frame 0 is a key frame
     uint32_t lookAhead = 16;
@@ -22,8 +23,11 @@ struct MakeOptions {
     uint32_t capacity = 0; // most frames that the movie can hold if their number isn't known; 0: see Make.cpp
     uint32_t threads = 0;  // 0: as many as there are processors
     bool grey = false;
-    bool alpha = false;
+    bool alpha = false;              // keep it, wherever it comes from
+    bool noAlpha = false;            // leave it out, even if it comes from PNG files
     std::vector<std::string> sounds; // FILE[,id=N,quality=N]
+    std::string log;                 // a table with a row for each frame, or ""
+    bool verify = false;             // read everything back
     bool force = false;
     bool quiet = false;
 };
@@ -32,23 +36,27 @@ int RunMake(const MakeOptions& options);
 struct InfoOptions {
     std::string movie;
     bool frames = false; // a line for each frame
+    bool blocks = false; // how the blocks of each plane are coded
+    bool json = false;   // all of it for programs
 };
 int RunInfo(const InfoOptions& options);
 
 struct VerifyCommandOptions {
     std::string movie;
+    InputOptions source;  // to compare it with; no names: none
     uint32_t most = 10;   // violations to print
     bool growing = false; // a movie that isn't closed yet
-    bool pacing = true;
+    bool noPacing = false;
     bool quiet = false;
 };
 int RunVerify(const VerifyCommandOptions& options);
 
 struct DecodeOptions {
     std::string movie;
-    std::string output; // by its extension: .y4m, .bgra, .png, .wav; "-" is Y4M on standard output
+    std::string output; // by its extension: .y4m, .bgra, .png, .wav; a folder; "-" for standard output
+    std::string kind;   // "y4m", "bgra", "png", "wav" where the output's name doesn't tell, or ""
     int64_t track = -1; // id of the track to decode instead of the picture
-    int64_t frame = -1; // only this frame
+    std::string frames; // "N", "N-M" or "N-": only these; "" for all
     bool force = false;
     bool quiet = false;
 };

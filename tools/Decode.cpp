@@ -1,6 +1,15 @@
 // Decode.cpp - `vorn decode`: a movie's pictures as Y4M, raw or PNG, and its sound as WAV.
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "tools/Commands.h"
 #include "tools/Exit.h"
+#include "tools/Interrupt.h"
 #include "tools/MovieFile.h"
 #include "tools/Output.h"
 #include "tools/Png.h"
@@ -9,6 +18,42 @@
 namespace vorn {
 
 namespace {
+
+struct FrameRange {
+    uint32_t first;
+    uint32_t end; // behind the last
+};
+
+// "N", "N-M" or "N-"; M is the last one taken. Frames are counted from 0.
+FrameRange ChooseFrames(const DecodeOptions& options, const reader::Movie& movie) {
+    const uint32_t frames = movie.header.frames;
+    if (options.frames.empty()) return {0, frames};
+    const std::string_view text = options.frames;
+    const size_t dash = text.find('-');
+    uint64_t first = 0;
+    uint64_t last = UINT32_MAX;
+    bool good = ParseNumber(text.substr(0, dash), UINT32_MAX - 1, &first);
+    if (dash == std::string_view::npos)
+        last = first;
+    else if (dash + 1 != text.size())
+        good = good && ParseNumber(text.substr(dash + 1), UINT32_MAX - 1, &last);
+    else if (frames != 0)
+        last = frames - 1;
+    if (!good || last < first)
+        throw Failure{EXIT_USAGE, fmt::format("--frame {}: a frame (N), or a range of them (N-M, N-) is wanted", text)};
+    if (last >= frames)
+        throw Failure{EXIT_USAGE,
+                      fmt::format("--frame {}: {} has {} frames, counted from 0", text, options.movie, frames)};
+    return {static_cast<uint32_t>(first), static_cast<uint32_t>(last + 1)};
+}
+
+// Whether the part of a result that came before damage may be written. A complete older file stays rather than giving way to
+// it, and nothing makes no file.
+bool KeepsPart(const std::string& target, bool any) {
+    return target == "-" || (any && !FileStands(target));
+}
+
+// ---- Pictures in one file ------------------------------------------------------------------------------------------
 
 // The picture proper of a plane, row by row.
 void WriteRows(OutputFile* file, const reader::DecodedPlane& plane, uint32_t width, uint32_t height) {
@@ -31,26 +76,6 @@ void WriteY4mHead(OutputFile* file, const reader::Movie& movie) {
         fmt::format("YUV4MPEG2 W{} H{} F{}:{} Ip A1:1 C{}\n", header.width, header.height, header.rateNumerator,
                     header.rateDenominator, movie.hasChroma ? "420jpeg" : "mono");
     file->Write(head.data(), head.size());
-}
-
-// Whether the part of a result that came before damage may be written. A complete older file stays rather than giving way to
-// it, and nothing makes no file.
-bool KeepsPart(const std::string& target, bool any) {
-    return target == "-" || (any && !FileStands(target));
-}
-
-struct FrameRange {
-    uint32_t first;
-    uint32_t end; // behind the last
-};
-
-FrameRange ChooseFrames(const DecodeOptions& options, const reader::Movie& movie) {
-    if (options.frame < 0) return {0, movie.header.frames};
-    if (options.frame >= movie.header.frames)
-        throw Failure{EXIT_USAGE, fmt::format("--frame {}: {} has frames 0 to {}", options.frame, options.movie,
-                                              int64_t(movie.header.frames) - 1)};
-    const auto frame = static_cast<uint32_t>(options.frame);
-    return {frame, frame + 1};
 }
 
 int DecodePictures(const DecodeOptions& options, const reader::Movie& movie, const std::string& target, bool y4m) {
@@ -82,74 +107,215 @@ int DecodePictures(const DecodeOptions& options, const reader::Movie& movie, con
     return EXIT_DONE;
 }
 
-int DecodePng(const DecodeOptions& options, const reader::Movie& movie, const std::string& target) {
-    if (options.frame < 0)
-        throw Failure{EXIT_USAGE, fmt::format("-o {}: PNG holds one picture; --frame N says which", options.output)};
-    const FrameRange range = ChooseFrames(options, movie);
-    FrameWalk walk(options.movie, movie, range.first);
-    walk.Next();
+// ---- Pictures in PNG files -----------------------------------------------------------------------------------------
+
+void WritePicture(OutputFile* file, const std::string& name, const reader::Movie& movie, const FrameWalk& walk) {
     std::vector<uint8_t> bgra;
     walk.ToBgra(&bgra);
-    WritePng(target, bgra.data(), movie.header.width, movie.header.height, movie.hasAlpha, options.force);
+    WritePng(file, name, bgra.data(), movie.header.width, movie.header.height, movie.hasAlpha);
+}
+
+int DecodePng(const DecodeOptions& options, const reader::Movie& movie, const std::string& target) {
+    const FrameRange range = ChooseFrames(options, movie);
+    if (range.end - range.first != 1)
+        throw Failure{EXIT_USAGE,
+                      fmt::format("-o {}: holds one picture, not {}; --frame N says which, or give a folder "
+                                  "or a name like shots/%04d.png",
+                                  options.output, range.end - range.first)};
+    FrameWalk walk(options.movie, movie, range.first);
+    walk.Next();
+    OutputFile file(target, options.force);
+    WritePicture(&file, options.output, movie, walk);
+    file.Finish();
     return EXIT_DONE;
 }
 
-int DecodeSound(const DecodeOptions& options, const reader::Movie& movie, const std::string& target) {
-    size_t found = 0;
-    std::string known;
-    while (found < movie.tracks.size() && movie.tracks[found].id != options.track) {
-        known += fmt::format("{}{}", found == 0 ? "" : ", ", movie.tracks[found].id);
-        found++;
+bool IsFolder(const std::string& name) {
+    struct stat info = {};
+    return stat(name.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+// A file for each frame. They get their names when all of them are complete.
+class PngRow {
+public:
+    explicit PngRow(const DecodeOptions& given) : options(given) {
+        if (ParseNumberedName(options.output, &names)) return;
+        std::string folder = options.output;
+        while (folder.size() > 1 && folder.back() == '/') folder.pop_back();
+        names = {folder == "/" ? folder : folder + '/', 6, ".png"};
+        if (IsFolder(folder)) return;
+        if (mkdir(folder.c_str(), 0777) != 0)
+            throw Failure{EXIT_FAILED, fmt::format("{}: can't be created ({})", folder, std::strerror(errno))};
+        made = folder;
     }
-    if (found == movie.tracks.size())
-        throw Failure{EXIT_USAGE, fmt::format("--audio {}: {} has {}", options.track, options.movie,
-                                              known.empty() ? "no sound" : "the tracks " + known)};
+    ~PngRow() {
+        files.clear();
+        if (!made.empty()) rmdir(made.c_str()); // if nothing has come into it
+    }
+    PngRow(const PngRow&) = delete;
+    PngRow& operator=(const PngRow&) = delete;
+
+    void CheckNames(const FrameRange& range) const {
+        for (uint32_t frame = range.first; frame < range.end; frame++)
+            CheckOutput(names.Name(frame), {options.movie}, options.force, false);
+    }
+    void Add(const reader::Movie& movie, const FrameWalk& walk) {
+        const std::string name = names.Name(walk.Number());
+        auto file =
+            std::make_unique<OutputFile>(CheckOutput(name, {options.movie}, options.force, false), options.force);
+        WritePicture(file.get(), name, movie, walk);
+        file->Complete();
+        files.push_back(std::move(file));
+    }
+    // Whether what came before damage may be published: nothing older gives way to it.
+    bool IsNew(const FrameRange& range) const {
+        for (uint32_t frame = range.first; frame < range.end; frame++)
+            if (FileStands(names.Name(frame))) return false;
+        return true;
+    }
+    void Publish() {
+        for (const auto& file : files) file->Publish();
+    }
+
+private:
+    const DecodeOptions& options;
+    NumberedName names;
+    std::string made; // the folder, if there was none
+    std::vector<std::unique_ptr<OutputFile>> files;
+};
+
+int DecodePngs(const DecodeOptions& options, const reader::Movie& movie) {
+    const FrameRange range = ChooseFrames(options, movie);
+    CountInterrupts(); // there may be more files than a signal could remove
+    PngRow row(options);
+    row.CheckNames(range);
+    FrameWalk walk(options.movie, movie, range.first);
+    Progress progress(options.quiet, range.end - range.first, {});
+    for (uint32_t frame = range.first; frame < range.end; frame++) {
+        if (InterruptCount() > 0)
+            throw Failure{EXIT_FAILED, fmt::format("{}: stopped by a signal; nothing is left", options.output)};
+        try {
+            walk.Next();
+        } catch (const Failure& failure) {
+            if (frame == range.first || !row.IsNew(range))
+                throw Failure{failure.code, fmt::format("{}; {} was not written", failure.text, options.output)};
+            row.Publish();
+            throw Failure{failure.code, fmt::format("{}; {} has the {} frames before", failure.text, options.output,
+                                                    frame - range.first)};
+        }
+        row.Add(movie, walk);
+        progress.Update(frame + 1 - range.first, 0);
+    }
+    row.Publish();
+    return EXIT_DONE;
+}
+
+// ---- Sound ---------------------------------------------------------------------------------------------------------
+
+size_t FindTrack(const DecodeOptions& options, const reader::Movie& movie) {
+    std::string known;
+    for (size_t t = 0; t < movie.tracks.size(); t++) {
+        if (movie.tracks[t].id == options.track) return t;
+        known += fmt::format("{}{}", t == 0 ? "" : ", ", movie.tracks[t].id);
+    }
+    throw Failure{EXIT_USAGE, fmt::format("--audio {}: {} has {}", options.track, options.movie,
+                                          known.empty() ? "no sound" : "the tracks " + known)};
+}
+
+// Leaves the sound of some frames.
+void CutSound(const FrameRange& range, const reader::Movie& movie, reader::TrackSound* sound) {
+    const VornFileHeader& header = movie.header;
+    const auto place = [&](uint32_t frame) {
+        const double samples = std::floor(double(frame) * sound->kind.sampleRate * header.rateDenominator /
+                                          std::max(1u, header.rateNumerator));
+        const double all = static_cast<double>(sound->samples.size() / sound->kind.channels);
+        return static_cast<std::ptrdiff_t>(std::min(samples, all)) * sound->kind.channels;
+    };
+    if (range.end < header.frames) sound->samples.resize(static_cast<size_t>(place(range.end)));
+    sound->samples.erase(sound->samples.begin(), sound->samples.begin() + place(range.first));
+}
+
+void WriteWav(const reader::TrackSound& sound, OutputFile* file) {
+    WriteWavHead(file, sound.kind.sampleRate, sound.kind.channels, static_cast<uint32_t>(sound.samples.size() * 2));
+    std::vector<uint8_t> bytes;
+    for (size_t i = 0; i < sound.samples.size(); i++) {
+        bytes.push_back(static_cast<uint8_t>(sound.samples[i]));
+        bytes.push_back(static_cast<uint8_t>(sound.samples[i] >> 8));
+        if (bytes.size() < 65536 && i + 1 != sound.samples.size()) continue;
+        file->Write(bytes.data(), bytes.size());
+        bytes.clear();
+    }
+    file->Finish();
+}
+
+int DecodeSound(const DecodeOptions& options, const reader::Movie& movie, const std::string& target) {
+    const size_t track = FindTrack(options, movie);
+    const FrameRange range = ChooseFrames(options, movie);
     reader::TrackSound sound;
     reader::Violations violations;
-    const bool whole = DecodeTrack(movie, static_cast<uint32_t>(found), &sound, &violations);
-    const size_t bytes = sound.samples.size() * 2;
-    if (sound.kind.sampleRate == 0 || bytes > UINT32_MAX - 64)
+    const bool whole = DecodeTrack(movie, static_cast<uint32_t>(track), &sound, &violations);
+    if (sound.kind.sampleRate == 0 || sound.samples.size() * 2 > UINT32_MAX - 64)
         throw Failure{EXIT_FAILED, fmt::format("{}: track {} can't be written as WAV", options.movie, options.track)};
+    const std::string broken = fmt::format("{}: track {} breaks off after {} samples", options.movie, options.track,
+                                           sound.samples.size() / sound.kind.channels);
+    CutSound(range, movie, &sound);
     if (!whole && !KeepsPart(target, !sound.samples.empty()))
-        throw Failure{EXIT_DAMAGED,
-                      fmt::format("{}: track {} breaks off after {} samples; {} was not written", options.movie,
-                                  options.track, sound.samples.size() / sound.kind.channels, options.output)};
+        throw Failure{EXIT_DAMAGED, fmt::format("{}; {} was not written", broken, options.output)};
     OutputFile file(target, options.force);
-    WriteWavHead(&file, sound.kind.sampleRate, sound.kind.channels, static_cast<uint32_t>(bytes));
-    for (const int16_t sample : sound.samples) {
-        const uint8_t pair[2] = {static_cast<uint8_t>(sample), static_cast<uint8_t>(sample >> 8)};
-        file.Write(pair, 2);
-    }
-    file.Finish();
-    if (!whole)
-        throw Failure{EXIT_DAMAGED,
-                      fmt::format("{}: track {} breaks off after {} samples; {} has them", options.movie, options.track,
-                                  sound.samples.size() / sound.kind.channels, options.output)};
+    WriteWav(sound, &file);
+    if (!whole) throw Failure{EXIT_DAMAGED, fmt::format("{}; {} has them", broken, options.output)};
     return EXIT_DONE;
+}
+
+// ---- What is wanted ------------------------------------------------------------------------------------------------
+
+enum class Kind { Y4M, BGRA, PNG, PNG_ROW, WAV, UNKNOWN };
+
+// By --as if it is given, else by the output's name; standard output is Y4M, or WAV with --audio.
+Kind ChooseKind(const DecodeOptions& options) {
+    const std::string extension = LowerExtension(options.output);
+    std::string kind = options.kind;
+    NumberedName name;
+    const bool row = options.output != "-" && (options.output.back() == '/' || IsFolder(options.output) ||
+                                               ParseNumberedName(options.output, &name));
+    if (kind.empty() && options.output == "-") kind = options.track >= 0 ? "wav" : "y4m";
+    if (kind.empty() && !extension.empty()) kind = extension.substr(1);
+    if (kind.empty() && row) kind = "png";
+    if ((kind == "wav") != (options.track >= 0)) return Kind::UNKNOWN;
+    if (kind == "y4m") return Kind::Y4M;
+    if (kind == "bgra") return Kind::BGRA;
+    if (kind == "wav") return Kind::WAV;
+    if (kind == "png") return row ? Kind::PNG_ROW : Kind::PNG;
+    return Kind::UNKNOWN;
 }
 
 } // namespace
 
 int RunDecode(const DecodeOptions& options) {
-    const std::string extension = LowerExtension(options.output);
-    const bool y4m = options.output == "-" || extension == ".y4m";
-    const bool isSound = options.track >= 0;
-    const bool known =
-        isSound ? extension == ".wav" || options.output == "-" : y4m || extension == ".bgra" || extension == ".png";
-    if (!known)
+    if (options.output.empty()) throw Failure{EXIT_USAGE, "-o: the output's name is empty"};
+    const Kind kind = ChooseKind(options);
+    if (kind == Kind::UNKNOWN)
         throw Failure{EXIT_USAGE,
                       fmt::format("-o {}: {}", options.output,
-                                  isSound
-                                      ? "sound is written as .wav"
-                                      : "pictures are written as .y4m, .bgra or .png, sound as .wav with --audio N")};
+                                  options.track >= 0 ? "sound is written as .wav"
+                                                     : "pictures are written as .y4m, .bgra or .png, or into a folder; "
+                                                       "sound as .wav with --audio ID; --as KIND says which")};
+    const bool named = options.output != "-" && kind != Kind::PNG_ROW;
     const std::string target =
-        options.output == "-" ? "-" : CheckOutput(options.output, {options.movie}, options.force, false);
+        named ? CheckOutput(options.output, {options.movie}, options.force, false) : options.output;
     reader::Movie movie;
     reader::Violations violations;
     OpenMovieFile(options.movie, false, &movie, &violations);
-    if (isSound) return DecodeSound(options, movie, target);
-    if (extension == ".png") return DecodePng(options, movie, target);
-    return DecodePictures(options, movie, target, y4m);
+    switch (kind) {
+    case Kind::WAV:
+        return DecodeSound(options, movie, target);
+    case Kind::PNG:
+        return DecodePng(options, movie, target);
+    case Kind::PNG_ROW:
+        return DecodePngs(options, movie);
+    default:
+        return DecodePictures(options, movie, target, kind == Kind::Y4M);
+    }
 }
 
 } // namespace vorn

@@ -1,79 +1,76 @@
 // Info.cpp - `vorn info`: what a movie is and where its bytes go.
 #include <algorithm>
-#include <array>
 
 #include "tools/Commands.h"
 #include "tools/Exit.h"
+#include "tools/MovieFacts.h"
 #include "tools/MovieFile.h"
+#include "tools/Text.h"
 
 namespace vorn {
 
 namespace {
 
-struct Sums {
-    uint64_t total = 0; // bytes of all packets
-    uint64_t smallest = UINT64_MAX;
-    uint64_t largest = 0;
-    uint64_t luma = 0;
-    uint64_t chroma = 0;
-    uint64_t alpha = 0;
-    uint32_t keys = 0;
-    std::vector<uint64_t> trackBytes; // by track, length words included
-    std::vector<uint64_t> trackPcm;
-};
+constexpr size_t KEYS_TOLD = 12;
 
-void AddFrame(const reader::Frame& frame, Sums* sums) {
-    sums->total += frame.packet.size;
-    sums->smallest = std::min<uint64_t>(sums->smallest, frame.packet.size);
-    sums->largest = std::max<uint64_t>(sums->largest, frame.packet.size);
-    sums->luma += frame.luma.size;
-    sums->chroma += frame.chroma.size;
-    sums->alpha += frame.alpha.size;
-    sums->keys += frame.key ? 1 : 0;
-    for (size_t t = 0; t < frame.audio.size(); t++) {
-        sums->trackBytes[t] += uint64_t(frame.audio[t].length) + 4;
-        sums->trackPcm[t] += frame.audio[t].pcmBytes;
-    }
+// "skip 1200, motion 31, 16x16 intra 7": modes that occur, 8x8 blocks first.
+std::string BlockText(const BlockFacts& blocks) {
+    std::string text;
+    const auto add = [&](const char* size, const uint64_t* counts) {
+        for (int mode = 0; mode < 16; mode++)
+            if (counts[mode] != 0)
+                text += fmt::format("{}{}{} {}", text.empty() ? "" : ", ", size, ModeName(mode), counts[mode]);
+    };
+    add("", blocks.modes);
+    add("16x16 ", blocks.highModes);
+    return text;
 }
 
-void PrintFrame(const reader::Frame& frame) {
+void PrintFrame(const reader::Movie& movie, const FrameFacts& frame, size_t number, bool blocks) {
     uint64_t sound = 0;
-    for (const reader::AudioPacket& packet : frame.audio) sound += uint64_t(packet.length) + 4;
-    fmt::print("frame {:6} {:4} {:8} bytes: sound {}, Y {}, chroma {}, alpha {}\n", frame.number,
-               frame.key ? "key" : "", frame.packet.size, sound, frame.luma.size, frame.chroma.size, frame.alpha.size);
+    for (const uint64_t bytes : frame.tracks) sound += bytes;
+    std::string line =
+        fmt::format("frame {:6} {:4} {:8} bytes: sound {}", number, frame.key ? "key" : "", frame.bytes, sound);
+    for (int p = 0; p < reader::PLANES; p++)
+        if (MovieHasPlane(movie, p)) line += fmt::format(", {} {}", reader::PlaneName(p), frame.planes[p].bytes);
+    fmt::print("{}\n", line);
+    for (int p = 0; blocks && p < reader::PLANES; p++)
+        if (MovieHasPlane(movie, p)) fmt::print("  {:6} {}\n", reader::PlaneName(p), BlockText(frame.planes[p].blocks));
 }
 
-void PrintHead(const std::string& name, const reader::Movie& movie, double seconds) {
+void PrintHead(const reader::Movie& movie, const MovieFacts& facts) {
     const VornFileHeader& header = movie.header;
     const uint32_t rateUnit = std::max(1u, header.rateDenominator);
-    fmt::print("file      {}: {} bytes, version {}\n", name, movie.bytes.size(), static_cast<char>(header.magic >> 24));
+    fmt::print("file      {}: {} bytes, version {}\n", facts.name, movie.bytes.size(),
+               static_cast<char>(header.magic >> 24));
     fmt::print("picture   {}x{}, {}{}\n", header.width, header.height, movie.hasChroma ? "colour" : "grey",
                movie.hasAlpha ? " with alpha" : "");
     fmt::print("rate      {}/{} frames per second ({:.3f})\n", header.rateNumerator, header.rateDenominator,
                double(header.rateNumerator) / rateUnit);
-    fmt::print("frames    {} of room for {}, {}\n", header.frames, header.indexCapacity, TimeText(seconds));
+    fmt::print("frames    {} of room for {}, {}\n", header.frames, header.indexCapacity, TimeText(facts.seconds));
     if (header.flags >> HEADER_MODE_SHIFT != 0) fmt::print("mode      {}\n", header.flags >> HEADER_MODE_SHIFT);
 }
 
-double KiloBits(uint64_t bytes, double seconds) {
-    return seconds > 0 ? static_cast<double>(bytes) * 8 / 1000 / seconds : 0;
-}
-
-void PrintSums(const reader::Movie& movie, const Sums& sums, double seconds) {
-    const uint32_t frames = movie.header.frames;
-    fmt::print("packets   {} key frames; {} to {} bytes, {} on average; {:.2f} kbit/s\n", sums.keys, sums.smallest,
-               sums.largest, sums.total / frames, KiloBits(sums.total, seconds));
-    fmt::print("luma      {} bytes, {:.2f} kbit/s\n", sums.luma, KiloBits(sums.luma, seconds));
-    if (movie.hasChroma) fmt::print("chroma    {} bytes, {:.2f} kbit/s\n", sums.chroma, KiloBits(sums.chroma, seconds));
-    if (movie.hasAlpha) fmt::print("alpha     {} bytes, {:.2f} kbit/s\n", sums.alpha, KiloBits(sums.alpha, seconds));
+void PrintSums(const reader::Movie& movie, const MovieFacts& facts, bool blocks) {
+    std::string keys;
+    for (size_t i = 0; i < std::min(facts.keys.size(), KEYS_TOLD); i++)
+        keys += fmt::format("{}{}", i == 0 ? ": " : ", ", facts.keys[i]);
+    fmt::print("keys      {}{}{}\n", facts.keys.size(), keys, facts.keys.size() > KEYS_TOLD ? ", ..." : "");
+    fmt::print("packets   {} bytes, {:.2f} kbit/s; {} to {} bytes, {} on average\n", facts.bytes,
+               KiloBits(facts.bytes, facts.seconds), facts.smallest, facts.largest, facts.bytes / facts.frames.size());
+    for (int p = 0; p < reader::PLANES; p++) {
+        if (!MovieHasPlane(movie, p)) continue;
+        const PlaneFacts& plane = facts.planes[p];
+        fmt::print("{:9} {} bytes, {:.2f} kbit/s\n", reader::PlaneName(p), plane.bytes,
+                   KiloBits(plane.bytes, facts.seconds));
+        if (blocks) fmt::print("          {}\n", BlockText(plane.blocks));
+    }
     for (size_t t = 0; t < movie.tracks.size(); t++) {
         const reader::Track& track = movie.tracks[t];
-        const double perSecond = double(track.sampleRate) * track.channels * 2;
-        fmt::print("track {:3} {} Hz, {}, {}; {} of sound in {} bytes, {:.2f} kbit/s\n", track.id, track.sampleRate,
+        fmt::print("track {:3} {} bytes, {:.2f} kbit/s; {} of {} Hz, {}, {}\n", track.id, facts.tracks[t].bytes,
+                   KiloBits(facts.tracks[t].bytes, facts.seconds), TimeText(facts.tracks[t].seconds), track.sampleRate,
                    track.channels == 2 ? "stereo" : "mono",
-                   track.perChannelDct ? "a DCT per channel" : "one DFT for all",
-                   TimeText(perSecond > 0 ? static_cast<double>(sums.trackPcm[t]) / perSecond : 0), sums.trackBytes[t],
-                   KiloBits(sums.trackBytes[t], seconds));
+                   track.perChannelDct ? "a DCT per channel" : "one DFT for all");
     }
 }
 
@@ -83,24 +80,15 @@ int RunInfo(const InfoOptions& options) {
     reader::Movie movie;
     reader::Violations violations;
     OpenMovieFile(options.movie, true, &movie, &violations);
-    const VornFileHeader& header = movie.header;
-    const double seconds =
-        header.rateNumerator == 0 ? 0 : double(header.frames) * header.rateDenominator / header.rateNumerator;
-    PrintHead(options.movie, movie, seconds);
-    Sums sums;
-    sums.trackBytes.resize(movie.tracks.size());
-    sums.trackPcm.resize(movie.tracks.size());
-    for (uint32_t i = 0; i < header.frames; i++) {
-        reader::Frame frame;
-        if (!ReadFrame(movie, i, &frame, &violations))
-            throw Failure{EXIT_DAMAGED,
-                          fmt::format("{}: {}", options.movie,
-                                      violations.list.empty() ? fmt::format("frame {} can't be read", i)
-                                                              : DescribeViolation(violations.list.back()))};
-        AddFrame(frame, &sums);
-        if (options.frames) PrintFrame(frame);
+    const MovieFacts facts = GatherFacts(options.movie, movie, options.blocks);
+    if (options.json) {
+        PrintFactsAsJson(movie, facts, options.frames, options.blocks);
+        return EXIT_DONE;
     }
-    if (header.frames != 0) PrintSums(movie, sums, seconds);
+    PrintHead(movie, facts);
+    for (size_t i = 0; options.frames && i < facts.frames.size(); i++)
+        PrintFrame(movie, facts.frames[i], i, options.blocks);
+    if (!facts.frames.empty()) PrintSums(movie, facts, options.blocks);
     return EXIT_DONE;
 }
 

@@ -136,6 +136,8 @@ public:
             else
                 frames.reset();
             format.grey = format.grey && part->format.grey;
+            format.alpha = format.alpha || part->format.alpha;
+            format.showsAlpha = format.showsAlpha || part->format.showsAlpha;
         }
     }
 
@@ -147,6 +149,15 @@ public:
                 return result;
             }
             current++;
+        }
+        return ReadResult::END;
+    }
+
+    ReadResult Skip() override {
+        for (; current < parts.size(); current++) {
+            const ReadResult result = parts[current]->Skip();
+            problem = parts[current]->problem;
+            if (result != ReadResult::END) return result;
         }
         return ReadResult::END;
     }
@@ -182,27 +193,73 @@ std::unique_ptr<FrameSource> ReadAhead(std::unique_ptr<FrameSource> source, uint
     return std::make_unique<AheadSource>(std::move(source), limit);
 }
 
+ReadResult FrameSource::Skip() {
+    skipped.resize(size_t(format.width) * format.height * 4);
+    return Read(skipped.data());
+}
+
+bool IsStandardInput(const std::string& name) {
+    return name == "-" || name == "/dev/stdin" || name == "/dev/fd/0" || name == "/proc/self/fd/0";
+}
+
+std::vector<std::string> InputFiles(const InputOptions& options) {
+    std::vector<std::string> files;
+    for (const std::string& name : options.names) {
+        const bool expand = options.raw.empty() && !IsStandardInput(name) && IsPngInput(name);
+        const std::vector<std::string> found = expand ? PngInputFiles(name) : std::vector<std::string>{name};
+        files.insert(files.end(), found.begin(), found.end());
+    }
+    return files;
+}
+
+// Opens what the names mean from number `at` on, and moves on behind it: single PNG files in a row are one source.
+static std::unique_ptr<FrameSource> OpenNext(const InputOptions& options, size_t* at) {
+    const std::string name = IsStandardInput(options.names[*at]) ? "-" : options.names[*at];
+    ++*at;
+    if (!options.raw.empty()) {
+        uint32_t width = 0;
+        uint32_t height = 0;
+        ParseSize("--raw", options.raw, &width, &height);
+        return OpenRaw(name, width, height);
+    }
+    if (name == "-" || !IsPngInput(name)) return OpenY4m(name);
+    std::vector<std::string> files = {name};
+    const auto single = [](const std::string& file) {
+        return !IsStandardInput(file) && IsPngInput(file) && PngInputFiles(file) == std::vector<std::string>{file};
+    };
+    if (single(name))
+        while (*at < options.names.size() && single(options.names[*at])) files.push_back(options.names[(*at)++]);
+    return OpenPng(files);
+}
+
+static void SkipFrames(FrameSource* source, uint32_t count) {
+    for (uint32_t skipped = 0; skipped < count; skipped++) {
+        const ReadResult result = source->Skip();
+        if (result == ReadResult::CUT) throw Failure{EXIT_DAMAGED, source->problem};
+        if (result != ReadResult::DONE)
+            throw Failure{EXIT_USAGE,
+                          fmt::format("--seek {}: {} has {} frames, counted from 0", count, source->name, skipped)};
+    }
+    if (source->frames) *source->frames -= std::min<uint64_t>(count, *source->frames);
+}
+
 std::unique_ptr<FrameSource> OpenFrames(const InputOptions& options) {
-    if (std::count(options.names.begin(), options.names.end(), "-") > 1)
+    if (std::count_if(options.names.begin(), options.names.end(), IsStandardInput) > 1)
         throw Failure{EXIT_USAGE, "-: standard input can be named only once"};
     std::vector<std::unique_ptr<FrameSource>> sources;
-    for (const std::string& name : options.names) {
-        if (options.raw.empty()) {
-            sources.push_back(OpenY4m(name));
-        } else {
-            uint32_t width = 0;
-            uint32_t height = 0;
-            ParseSize("--raw", options.raw, &width, &height);
-            sources.push_back(OpenRaw(name, width, height));
-        }
+    for (size_t at = 0; at < options.names.size();) {
+        sources.push_back(OpenNext(options, &at));
         PictureFormat& format = sources.back()->format;
         if (!options.rate.empty()) format.rate = ParseRate("--fps", options.rate);
+        if (format.rate.numerator == 0) format.rate = options.otherRate;
         if (format.rate.numerator == 0)
-            throw Failure{EXIT_USAGE,
-                          fmt::format("{}: doesn't say how many frames a second it has; give --fps N/D", name)};
+            throw Failure{EXIT_USAGE, fmt::format("{}: doesn't say how many frames a second it has; give --fps N/D",
+                                                  sources.back()->name)};
     }
-    if (sources.size() == 1) return std::move(sources[0]);
-    return std::make_unique<JoinedSource>(std::move(sources));
+    std::unique_ptr<FrameSource> source =
+        sources.size() == 1 ? std::move(sources[0]) : std::make_unique<JoinedSource>(std::move(sources));
+    SkipFrames(source.get(), options.seek);
+    return source;
 }
 
 } // namespace vorn

@@ -56,9 +56,10 @@ private:
 struct PictureFormat {
     uint32_t width = 0; // pixels
     uint32_t height = 0;
-    Fraction rate;      // frames per second; 0/0 if the source doesn't say
-    bool grey = false;  // it has no colour at all
-    bool alpha = false; // its alpha means something
+    Fraction rate;           // frames per second; 0/0 if the source doesn't say
+    bool grey = false;       // it has no colour at all
+    bool alpha = false;      // its alpha means something
+    bool showsAlpha = false; // and is kept unless one says otherwise
 };
 
 class FrameSource {
@@ -66,28 +67,44 @@ public:
     virtual ~FrameSource() = default;
     // Puts the next picture at `bgra`: height rows of width pixels, bytes B, G, R, A, no gaps.
     virtual ReadResult Read(uint8_t* bgra) = 0;
+    // Goes past the next picture.
+    virtual ReadResult Skip();
 
     PictureFormat format;
     std::optional<uint64_t> frames; // how many complete ones there are, if that can be known beforehand
     std::string name;               // for messages
     std::string problem;            // after CUT: what happened, with name and place
+
+private:
+    std::vector<uint8_t> skipped;
 };
 
 // The options that say where pictures come from.
 struct InputOptions {
     std::vector<std::string> names; // "-" is standard input
-    std::string raw;                // "WIDTHxHEIGHT": they are raw BGRA; "" for Y4M
+    std::string raw;                // "WIDTHxHEIGHT": they are raw BGRA; "" for Y4M and PNG
     std::string rate;               // "N/D" in place of what the input says, or ""
+    Fraction otherRate;             // for inputs that don't say, where it doesn't matter; 0/0: they are refused
+    uint32_t seek = 0;              // frames to leave out at the start
 };
 
 // All inputs, one behind the other. Throws a Failure, also if their sizes or rates differ, or nobody knows the rate.
 std::unique_ptr<FrameSource> OpenFrames(const InputOptions& options);
+// The files that this will read, as far as they can be told.
+std::vector<std::string> InputFiles(const InputOptions& options);
+// Whether a name stands for standard input: "-", or a device that leads there.
+bool IsStandardInput(const std::string& name);
 
 // Throws a Failure if no movie can hold such a picture; to be called before there is memory for one.
 void CheckPictureSize(const std::string& name, const PictureFormat& format);
 
 std::unique_ptr<FrameSource> OpenY4m(const std::string& name);
 std::unique_ptr<FrameSource> OpenRaw(const std::string& name, uint32_t width, uint32_t height);
+// Whether a name is one of a PNG file, of a folder, or of a numbered row ("%04d.png"); and the files that this means.
+bool IsPngInput(const std::string& name);
+std::vector<std::string> PngInputFiles(const std::string& name);
+// A single folder or row, or any number of files.
+std::unique_ptr<FrameSource> OpenPng(const std::vector<std::string>& names);
 // Reads up to `limit` bytes of pictures ahead, so that a short pipe's length is known before the work begins.
 std::unique_ptr<FrameSource> ReadAhead(std::unique_ptr<FrameSource> source, uint64_t limit);
 

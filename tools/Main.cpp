@@ -18,91 +18,137 @@ namespace vorn {
 
 namespace {
 
+// Checks a value without a word about it in the help, where the option's own words say what is taken.
+CLI::Validator Whole(uint32_t least, uint32_t most = UINT32_MAX) {
+    return CLI::Range(least, most).description("");
+}
+
+CLI::Validator Positive() {
+    CLI::Validator check = CLI::PositiveNumber;
+    return check.description("");
+}
+
+CLI::Validator Words(const std::vector<std::string>& words) {
+    return CLI::IsMember(words).description("");
+}
+
 void AddForce(CLI::App* app, bool* force, bool* quiet) {
     app->add_flag("-f,--force", *force, "Replace an existing output, once the new one is complete");
     if (quiet != nullptr) app->add_flag("-q,--quiet", *quiet, "No progress, no summary; errors only");
 }
 
+constexpr char INPUTS[] = "Y4M, PNG (files, a folder, shots/%04d.png); - is standard input";
+
+// Where pictures come from.
 void AddInput(CLI::App* app, InputOptions* input, const std::string& name, const std::string& what) {
-    app->add_option(name, input->names, what)->required();
+    app->add_option(name, input->names, what)->required()->type_name("");
     app->add_option("--raw", input->raw, "The input is raw pictures, bytes B, G, R, A")->type_name("WIDTHxHEIGHT");
+    app->add_option("--seek", input->seek, "Start at frame N of the input, counted from 0")
+        ->check(Whole(0))
+        ->type_name("N");
+}
+
+void AddRate(CLI::App* app, InputOptions* input) {
     app->add_option("--fps", input->rate, "Frames per second, in place of what the input says")->type_name("N/D");
 }
 
-void AddMake(CLI::App* main, MakeOptions* o) {
-    CLI::App* app = main->add_subcommand("make", "Make a movie from pictures and sound");
-    AddInput(app, &o->input, "INPUT", "Y4M files, or - for standard input; several follow one another");
-    app->add_option("-o,--output", o->output, "The movie")->required()->type_name("OUT.vrn");
-    const CLI::Range size(1u, UINT32_MAX);
-    app->add_option("--frame-bytes", o->frameBytes, "Bytes for each frame, sound and picture (one for every 8 pixels)")
-        ->check(size)
-        ->type_name("N");
-    app->add_option("--rate", o->rateKbit, "The same as a data rate in kbit/s")
-        ->check(CLI::PositiveNumber)
+// How large the movie becomes and how the bytes are shared out.
+void AddMakeSize(CLI::App* app, MakeOptions* o) {
+    app->add_option("--rate", o->rateKbit, "Size of the movie, sound and picture, in kbit/s")
+        ->check(Positive())
         ->type_name("KBIT");
+    app->add_option("--frame-bytes", o->frameBytes, "The same as bytes a frame")->check(Whole(1))->type_name("N");
+    app->add_option("--quality", o->quality, "The same by picture size: low, middle (the default) or high")
+        ->check(Words({"low", "middle", "high"}))
+        ->type_name("WORD");
     app->add_option("--cap", o->cap, "Most bytes for the picture of a frame (no limit)")->type_name("BYTES");
     app->add_option("--key-interval", o->keyInterval, "Frames from one key frame to the next (only the first)")
         ->type_name("N");
     app->add_option("--look-ahead", o->lookAhead, "Frames over which bytes are shared out (16)")
-        ->check(CLI::Range(2, 64))
+        ->check(Whole(2, 64))
         ->type_name("2..64");
-    app->add_flag("--grey", o->grey, "Leave the colour out");
-    app->add_flag("--alpha", o->alpha, "Keep the alpha of raw pictures");
-    app->add_option("--frames", o->frames, "Take at most so many frames")->check(size)->type_name("N");
+}
+
+void AddMake(CLI::App* main, MakeOptions* o) {
+    CLI::App* app = main->add_subcommand("make", "Make a movie from pictures and sound");
+    AddInput(app, &o->input, "INPUT", INPUTS);
+    AddRate(app, &o->input);
+    app->add_option("--frames", o->frames, "Take at most so many frames")->check(Whole(1))->type_name("N");
     app->add_option("--capacity", o->capacity, "Room for frames from a long pipe (108000)")
-        ->check(size)
+        ->check(Whole(1))
         ->type_name("N");
-    app->add_option("--threads", o->threads, "Threads that compress (one per processor)")
-        ->check(CLI::Range(1, 32))
-        ->type_name("1..32");
-    app->add_option("--audio", o->sounds, "A sound track; any number of them. Quality: 0 finest to 99, or 100 to 199")
+    app->add_option("-o,--output", o->output, "The movie")->required()->type_name("OUT.vrn");
+    AddMakeSize(app, o);
+    app->add_flag("--grey", o->grey, "Leave the colour out");
+    app->add_flag("--alpha", o->alpha, "Keep the alpha of raw pictures; that of PNG is kept anyway");
+    app->add_flag("--no-alpha", o->noAlpha, "Leave alpha out");
+    app->add_option("--audio", o->sounds, "A track; any number of them. Quality: 0 finest to 99, or 100 to 199")
         ->allow_extra_args(false)
         ->type_name("FILE[,id=N,quality=N]");
+    app->add_flag("--verify", o->verify, "Read everything back and compare it with what the encoder holds");
+    app->add_option("--log", o->log, "A table: size, error and time of each frame")->type_name("FRAMES.csv");
+    app->add_option("--threads", o->threads, "Threads that compress (one per processor)")
+        ->check(Whole(1, 32))
+        ->type_name("1..32");
     AddForce(app, &o->force, &o->quiet);
-    app->footer("Example: vorn make clip.y4m --audio clip.wav --rate 800 -o clip.vrn");
+    app->footer("Examples: vorn make clip.y4m --audio clip.wav --rate 800 -o clip.vrn\n"
+                "          vorn make shots/%04d.png --fps 25 --quality high -o shots.vrn");
 }
 
 void AddInfo(CLI::App* main, InfoOptions* o) {
     CLI::App* app = main->add_subcommand("info", "Tell what a movie is and where its bytes go");
-    app->add_option("MOVIE", o->movie, "The movie")->required();
+    app->add_option("MOVIE", o->movie, "The movie")->required()->type_name("");
     app->add_flag("--frames", o->frames, "A line for each frame as well");
-    app->footer("Example: vorn info clip.vrn");
+    app->add_flag("--blocks", o->blocks, "How the blocks of each plane are coded; with --frames in each frame");
+    app->add_flag("--json", o->json, "All of it as JSON, for programs");
+    app->footer("Example: vorn info clip.vrn --blocks");
 }
 
 void AddVerify(CLI::App* main, VerifyCommandOptions* o) {
     CLI::App* app = main->add_subcommand("verify", "Decode all of a movie and check every rule of the format");
-    app->add_option("MOVIE", o->movie, "The movie")->required();
+    app->add_option("MOVIE", o->movie, "The movie")->required()->type_name("");
+    app->add_option("--source", o->source.names, "What it was made from: tell error and PSNR of each plane")
+        ->allow_extra_args(false)
+        ->type_name("FILE");
+    app->add_option("--raw", o->source.raw, "The source is raw pictures, bytes B, G, R, A")->type_name("WIDTHxHEIGHT");
+    app->add_option("--seek", o->source.seek, "The movie starts at frame N of the source")
+        ->check(Whole(0))
+        ->type_name("N");
     app->add_option("--most", o->most, "Print at most so many violations (10)")->type_name("N");
     app->add_flag("--growing", o->growing, "The movie isn't finished yet: a NAME.part.tmp");
-    app->add_flag("!--no-pacing", o->pacing, "Sound need not be 3/4 of a second ahead (after mix --fps)");
+    app->add_flag("--no-pacing", o->noPacing, "Sound need not be 3/4 of a second ahead (after mix --fps)");
     app->add_flag("-q,--quiet", o->quiet, "Violations only");
-    app->footer(
-        "Exit code 3: it can be decoded, but a rule is broken; 4: it can't be decoded.\nExample: vorn verify clip.vrn");
+    app->footer("Exit code 3: it can be decoded, but a rule is broken; 4: it can't be decoded.\n"
+                "Example: vorn verify clip.vrn --source clip.y4m");
 }
 
 void AddDecode(CLI::App* main, DecodeOptions* o) {
     CLI::App* app = main->add_subcommand("decode", "Write a movie's pictures or sound to a plain file");
-    app->add_option("MOVIE", o->movie, "The movie")->required();
-    app->add_option("-o,--output", o->output, ".y4m, .bgra (raw B, G, R, A), .png or .wav; - is Y4M on standard output")
+    app->add_option("MOVIE", o->movie, "The movie")->required()->type_name("");
+    app->add_option("-o,--output", o->output,
+                    ".y4m, .bgra (raw), .wav, .png; shots/%04d.png, a folder; - is standard output")
         ->required()
         ->type_name("OUT");
+    app->add_option("--as", o->kind, "What to write if the name doesn't tell: y4m, bgra, png or wav")
+        ->check(Words({"y4m", "bgra", "png", "wav"}))
+        ->type_name("KIND");
+    app->add_option("--frame", o->frames, "Only frame N, frames N to M, or all from N on, counted from 0")
+        ->type_name("N, N-M, N-");
     app->add_option("--audio", o->track, "The sound of track ID instead of the picture")
-        ->check(CLI::Range(0u, UINT32_MAX))
+        ->check(Whole(0))
         ->type_name("ID");
-    app->add_option("--frame", o->frame, "Only this frame, counted from 0")
-        ->check(CLI::Range(0u, UINT32_MAX))
-        ->type_name("N");
     AddForce(app, &o->force, &o->quiet);
-    app->footer("Example: vorn decode clip.vrn --frame 25 -o picture.png");
+    app->footer("Examples: vorn decode clip.vrn --frame 25 -o picture.png\n"
+                "          vorn decode clip.vrn --frame 0-24 -o shots/%04d.png");
 }
 
 void AddCompare(CLI::App* main, CompareOptions* o) {
     CLI::App* app = main->add_subcommand("compare", "Tell how far a movie is from its source");
-    app->add_option("MOVIE", o->movie, "The movie")->required();
+    app->add_option("MOVIE", o->movie, "The movie")->required()->type_name("");
     AddInput(app, &o->source, "SOURCE", "What it was made from");
     app->add_option("-o,--output", o->picture, "A picture of source (left) and result (right)")->type_name("SIDES.png");
     app->add_option("--frame", o->frame, "Only this frame; else all, and the picture is of the middle one")
-        ->check(CLI::Range(0u, UINT32_MAX))
+        ->check(Whole(0))
         ->type_name("N");
     AddForce(app, &o->force, &o->quiet);
     app->footer("Example: vorn compare clip.vrn clip.y4m -o sides.png");
@@ -110,7 +156,7 @@ void AddCompare(CLI::App* main, CompareOptions* o) {
 
 void AddReport(CLI::App* main, ReportOptions* o) {
     CLI::App* app = main->add_subcommand("report", "Make a page that plays a movie and shows where its bytes go");
-    app->add_option("MOVIE", o->movie, "The movie")->required();
+    app->add_option("MOVIE", o->movie, "The movie")->required()->type_name("");
     app->add_option("-o,--output", o->output, "The page, with everything in it; - is standard output")
         ->required()
         ->type_name("OUT.html");
@@ -123,16 +169,14 @@ void AddReport(CLI::App* main, ReportOptions* o) {
         ->type_name("N");
     app->add_option("--frame-bytes", o->frameBytes, "The budget that it was made with (the mean frame)")
         ->type_name("N");
-    app->add_option("--rate", o->rateKbit, "The same as a data rate in kbit/s")
-        ->check(CLI::PositiveNumber)
-        ->type_name("KBIT");
+    app->add_option("--rate", o->rateKbit, "The same as a data rate in kbit/s")->check(Positive())->type_name("KBIT");
     AddForce(app, &o->force, &o->quiet);
     app->footer("Example: vorn report clip.vrn --source clip.y4m --rate 800 -o clip.html");
 }
 
 void AddMix(CLI::App* main, MixOptions* o) {
     CLI::App* app = main->add_subcommand("mix", "Give a finished movie other sound; its picture stays as it is");
-    app->add_option("MOVIE", o->movie, "The movie")->required();
+    app->add_option("MOVIE", o->movie, "The movie")->required()->type_name("");
     app->add_option("-o,--output", o->output, "The new movie; with --force also the old one")
         ->required()
         ->type_name("OUT.vrn");
@@ -143,10 +187,10 @@ void AddMix(CLI::App* main, MixOptions* o) {
         ->allow_extra_args(false)
         ->type_name("ID");
     app->add_option("--delay", o->delayFrames, "Start new sound so many frames late")
-        ->check(CLI::Range(0, 1 << 30))
+        ->check(Whole(0, 1 << 30))
         ->type_name("FRAMES");
     app->add_option("--delay-ms", o->delayMilliseconds, "Start new sound so much later")
-        ->check(CLI::Range(0, 1 << 30))
+        ->check(Whole(0, 1 << 30))
         ->type_name("MS");
     app->add_option("--fps", o->rate, "A new frame rate")->type_name("N/D");
     AddForce(app, &o->force, &o->quiet);
@@ -155,30 +199,33 @@ void AddMix(CLI::App* main, MixOptions* o) {
 
 void AddBench(CLI::App* main, BenchOptions* o) {
     CLI::App* app = main->add_subcommand("bench", "Measure how fast a whole movie is made");
-    AddInput(app, &o->input, "INPUT", "Y4M files, or - for standard input");
+    AddInput(app, &o->input, "INPUT", INPUTS);
+    AddRate(app, &o->input);
     app->add_option("--frame-bytes", o->frameBytes, "Bytes for each frame (one for every 8 pixels)")->type_name("N");
     app->add_option("--look-ahead", o->lookAhead, "Frames over which bytes are shared out (16)")
-        ->check(CLI::Range(2, 64))
+        ->check(Whole(2, 64))
         ->type_name("2..64");
     app->add_option("--frames", o->frames, "Take at most so many frames")->type_name("N");
     app->add_option("--threads", o->threads, "Threads that compress (one per processor)")
-        ->check(CLI::Range(1, 32))
+        ->check(Whole(1, 32))
         ->type_name("1..32");
     app->add_option("--rounds", o->rounds, "Make the movie so often and tell the fastest (3)")
-        ->check(CLI::Range(1, 1000))
+        ->check(Whole(1, 1000))
         ->type_name("N");
     app->footer("Example: vorn bench clip.y4m --threads 1");
 }
 
 void AddScene(CLI::App* main, SceneOptions* o) {
     CLI::App* app = main->add_subcommand("scene", "Draw pictures and sound to try things with");
-    app->add_option("NAME", o->scene, "balls, drift, cuts, noise, or glass (with alpha, as .bgra)")->required();
+    app->add_option("NAME", o->scene, "balls, drift, cuts, noise, or glass (with alpha, as .bgra)")
+        ->required()
+        ->type_name("");
     app->add_option("-o,--output", o->output, "The pictures: .y4m, or .bgra for raw ones; - is Y4M on standard output")
         ->type_name("OUT");
     app->add_option("--sound", o->sound, "A tune as long as the pictures")->type_name("OUT.wav");
     app->add_option("--size", o->size, "Size of the pictures (320x240)")->type_name("WIDTHxHEIGHT");
     app->add_option("--fps", o->rate, "Frames per second (25)")->type_name("N/D");
-    app->add_option("--frames", o->frames, "Number of frames (100)")->check(CLI::Range(1u, UINT32_MAX))->type_name("N");
+    app->add_option("--frames", o->frames, "Number of frames (100)")->check(Whole(1))->type_name("N");
     AddForce(app, &o->force, &o->quiet);
     app->footer("Example: vorn scene balls -o balls.y4m --sound balls.wav");
 }
@@ -193,7 +240,8 @@ int Run(int count, char** arguments) {
     ReportOptions report;
     SceneOptions scene;
     BenchOptions bench;
-    CLI::App app{"vorn - makes, reads and checks movies of the Vorn format"};
+    CLI::App app{"vorn - makes, reads and checks movies of the Vorn format", "vorn"};
+    app.get_formatter()->column_width(36);
     app.require_subcommand(1);
     app.set_version_flag("--version", "vorn " VORN_VERSION);
     app.footer("vorn COMMAND --help tells more.\n"

@@ -13,6 +13,7 @@
 #include "tools/Exit.h"
 #include "tools/Interrupt.h"
 #include "tools/Output.h"
+#include "tools/Readback.h"
 #include "tools/Sound.h"
 
 namespace vorn {
@@ -21,6 +22,12 @@ constexpr uint64_t AHEAD_BYTES = 64 << 20;
 constexpr uint32_t PIPE_CAPACITY = 108000;  // frames: an hour at 30 a second, 432000 bytes of index
 constexpr uint32_t MOST_CAPACITY = 1 << 28; // frames: their index and errors stay below 4 GiB of memory
 constexpr double MOST_TRACK_BYTES = 4294967292;
+
+// Bits a pixel, in quarters, that the words of --quality stand for.
+constexpr struct {
+    const char* word;
+    uint32_t quarterBits;
+} QUALITIES[] = {{"low", 2}, {"middle", 4}, {"high", 8}};
 
 namespace {
 
@@ -45,10 +52,29 @@ struct MakeRun {
     uint32_t framesDone = 0; // as of the last report
     bool failed = false;     // as of the last report
     std::string message;     // the library's own words
+    std::string logTarget;
+    std::vector<FrameNote> notes;      // for the log and for reading back
+    std::optional<PacketFile> packets; // the growing movie, if there is to be a log
+    std::optional<Readback> readback;  // with --verify
+    std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
 };
 
 // The library's callbacks carry no word of the caller's.
 MakeRun* running = nullptr;
+
+// Takes over what the library has done since the last look.
+void LookAt(MakeRun* run, const VornMakeState* state) {
+    run->framesDone = state->framesDone;
+    run->failed = state->failed != 0;
+    if (!run->packets && !run->readback) return;
+    const std::chrono::duration<double> since = std::chrono::steady_clock::now() - run->start;
+    NoteFrames(state, since.count(), run->readback.has_value(), &run->notes);
+    if (run->readback) run->readback->Check(run->notes);
+}
+
+bool Wrong(const MakeRun& run) {
+    return run.readback && !run.readback->problem.empty();
+}
 
 uint32_t HearLibrary(uint32_t code, void* record, const char* text) noexcept {
     MakeRun& run = *running;
@@ -59,23 +85,26 @@ uint32_t HearLibrary(uint32_t code, void* record, const char* text) noexcept {
             return 0;
         }
         auto* state = static_cast<VornMakeState*>(record);
-        run.framesDone = state->framesDone;
-        run.failed = state->failed != 0;
+        LookAt(&run, state);
         if (InterruptCount() > 1) state->cancel = 2;
         run.progress->Update(state->framesDone, state->fileBytes);
-    } catch (...) { // no memory for a line: nothing depends on it
+    } catch (...) { // no memory for a line or a note: the frames that are missing will be seen
     }
-    return InterruptCount() > 0 ? 1 : 0;
+    return InterruptCount() > 0 || Wrong(run) ? 1 : 0;
 }
 
 // The bytes that a frame should take, sound and picture.
 uint32_t ChooseFrameBytes(const MakeOptions& options, const PictureFormat& format) {
-    if (options.frameBytes != 0 && options.rateKbit != 0)
-        throw Failure{EXIT_USAGE, "--frame-bytes and --rate: give one of them"};
+    if ((options.frameBytes != 0) + (options.rateKbit != 0) + !options.quality.empty() > 1)
+        throw Failure{EXIT_USAGE, "--rate, --frame-bytes and --quality: give one of them"};
     if (options.frameBytes != 0) return options.frameBytes;
-    // One bit a pixel.
-    if (options.rateKbit == 0)
-        return static_cast<uint32_t>(std::max<uint64_t>(64, uint64_t(format.width) * format.height / 8));
+    if (options.rateKbit == 0) {
+        const std::string word = options.quality.empty() ? "middle" : options.quality;
+        uint64_t bytes = 0;
+        for (const auto& quality : QUALITIES)
+            if (word == quality.word) bytes = uint64_t(format.width) * format.height * quality.quarterBits / 32;
+        return static_cast<uint32_t>(std::max<uint64_t>(64, bytes));
+    }
     const double bytes = options.rateKbit * 1000 / 8 * format.rate.denominator / format.rate.numerator;
     if (!(bytes >= 1) || bytes > 4e9)
         throw Failure{EXIT_USAGE, fmt::format("--rate {}: makes {:.1f} bytes a frame; 1 to 4000000000 are taken",
@@ -139,16 +168,19 @@ void BeginMovie(MakeRun* run) {
     const MakeOptions& options = run->options;
     const PictureFormat& format = run->source->format;
     const bool grey = options.grey || format.grey;
+    const bool alpha = options.alpha || (format.showsAlpha && !options.noAlpha);
     if (options.threads != 0) VornMakeSetMaxCPUs(options.threads);
     const auto& tracks = run->sounds.descriptors;
     run->movie = VornMake(run->part->PartName().c_str(), format.width * 4, format.width, format.height, run->capacity,
-                          options.keyInterval, (grey ? 100 : 0) + (options.alpha ? 1000 : 0), format.rate.numerator,
+                          options.keyInterval, (grey ? 100 : 0) + (alpha ? 1000 : 0), format.rate.numerator,
                           format.rate.denominator, static_cast<uint32_t>(tracks.size()), tracks.data(),
                           static_cast<int32_t>(options.lookAhead), HearLibrary);
     if (run->movie == nullptr)
         throw Failure{EXIT_FAILED,
                       fmt::format("{}: {}", options.output,
                                   run->message.empty() ? "the library refused without a word" : run->message)};
+    if (!run->logTarget.empty()) run->packets.emplace(run->movie->tempName);
+    if (options.verify) run->readback.emplace(run->movie->tempName);
 }
 
 // Hands over picture after picture. Returns what ended it: END also if the movie is full or has failed.
@@ -164,9 +196,8 @@ ReadResult PushFrames(MakeRun* run, bool* tooMany) {
         if (*tooMany) return ReadResult::END;
         VornMakePutVideo(run->movie, run->frameBytes, run->options.cap, taken == 0, bgra.data());
         taken++;
-        run->framesDone = run->movie->framesDone;
-        run->failed = run->movie->failed != 0;
-        if (run->failed) return ReadResult::END;
+        LookAt(run, run->movie);
+        if (run->failed || Wrong(*run)) return ReadResult::END;
         if (run->movie->cancel != 0 || InterruptCount() > 0) return ReadResult::STOPPED;
     }
 }
@@ -182,6 +213,31 @@ ReadResult PushFrames(MakeRun* run, bool* tooMany) {
                                            run->options.output)};
 }
 
+[[noreturn]] void TellWrong(const MakeRun& run) {
+    throw Failure{EXIT_DIFFERS, fmt::format("{}: read back wrong: {}; the movie was dropped and nothing is left",
+                                            run.options.output, run.readback->problem)};
+}
+
+// Reads back what had not yet reached the file, and the index.
+void CheckRest(MakeRun* run) {
+    if (!run->packets && !run->readback) return;
+    PacketFile file(run->part->PartName());
+    std::string problem;
+    if (!file.TakeIndex(&run->notes, &problem) && run->readback) run->readback->problem = problem;
+    if (!run->readback) return;
+    run->readback->Check(run->notes);
+    if (run->readback->problem.empty() && run->readback->Checked() != run->framesDone)
+        run->readback->problem = fmt::format("only {} frames have reached the file", run->readback->Checked());
+    if (Wrong(*run)) TellWrong(*run);
+}
+
+void WriteLog(const MakeRun& run) {
+    OutputFile file(run.logTarget, run.options.force);
+    PacketFile movie(run.target);
+    WriteFrameLog(run.notes, run.frameBytes, &movie, &file);
+    file.Finish();
+}
+
 // Closes the movie and makes sure that it is there. `stopped`: what waits in the queue is given up.
 void CloseMovie(MakeRun* run, bool stopped) {
     const std::string& name = run->options.output;
@@ -191,15 +247,17 @@ void CloseMovie(MakeRun* run, bool stopped) {
     const bool nothing = run->framesDone + waiting == 0;
     const bool twice = InterruptCount() > 1;
     const int64_t expected = int64_t(run->framesDone) + waiting;
-    VornMakeClose(run->movie, nothing || twice || run->failed);
+    VornMakeClose(run->movie, nothing || twice || run->failed || Wrong(*run));
     run->movie = nullptr;
     run->progress->Clear();
+    if (Wrong(*run)) TellWrong(*run);
     if (twice || InterruptCount() > 1)
         throw Failure{EXIT_FAILED, fmt::format("{}: stopped twice; the movie was dropped and nothing is left", name)};
     if (nothing) return;
     if (!FileStands(run->part->PartName())) TellFailure(run);
     const bool early = stopped || InterruptCount() > 0 || !run->message.empty();
     run->framesDone = CheckMovie(run->part->PartName(), early ? -1 : expected, name);
+    CheckRest(run);
 }
 
 void Report(const MakeRun& run, const std::string& what) {
@@ -208,13 +266,20 @@ void Report(const MakeRun& run, const std::string& what) {
     const auto bytes = stat(run.target.c_str(), &info) == 0 ? static_cast<uint64_t>(info.st_size) : 0;
     const Fraction rate = run.source->format.rate;
     const double seconds = double(run.framesDone) * rate.denominator / rate.numerator;
-    Say(fmt::format("{}: {}{} frames, {} bytes, {:.2f} kbit/s\n", run.options.output, what, run.framesDone, bytes,
-                    seconds > 0 ? static_cast<double>(bytes) * 8 / 1000 / seconds : 0.0));
+    std::string line = fmt::format("{}: {}{} frames, {} bytes, {:.2f} kbit/s", run.options.output, what, run.framesDone,
+                                   bytes, seconds > 0 ? static_cast<double>(bytes) * 8 / 1000 / seconds : 0.0);
+    if (run.readback)
+        line += run.notes.back().seen ? "; read back without a difference"
+                                      : "; read back without a difference, but the last frame could only be decoded";
+    Say(line + '\n');
 }
 
 int Finish(MakeRun* run, ReadResult ended, bool tooMany) {
     CloseMovie(run, ended == ReadResult::STOPPED);
-    if (run->framesDone != 0) run->part->Publish();
+    if (run->framesDone != 0) {
+        run->part->Publish();
+        if (!run->logTarget.empty()) WriteLog(*run);
+    }
     const std::string& name = run->options.output;
     if (InterruptCount() > 0) {
         if (run->framesDone == 0)
@@ -243,29 +308,52 @@ int Finish(MakeRun* run, ReadResult ended, bool tooMany) {
     return EXIT_DONE;
 }
 
-} // namespace
-
-int RunMake(const MakeOptions& options) {
-    MakeRun run(options);
+// Names of inputs and outputs against one another, before anything is opened.
+std::vector<SoundOption> CheckNames(MakeRun* run) {
+    const MakeOptions& options = run->options;
     std::vector<SoundOption> sounds;
-    std::vector<std::string> inputs = options.input.names;
+    std::vector<std::string> inputs = InputFiles(options.input);
     for (const std::string& text : options.sounds) {
         sounds.push_back(ParseAudioOption(text, static_cast<uint32_t>(sounds.size())));
         inputs.push_back(sounds.back().name);
     }
     CheckSoundOptions("--audio", sounds, options.input.names);
     if (options.output == "-") throw Failure{EXIT_USAGE, "-o -: a movie can't be written to a pipe; name a file"};
-    run.target = CheckOutput(options.output, inputs, options.force, false);
-    run.part.emplace(run.target, inputs, options.force);
+    run->target = CheckOutput(options.output, inputs, options.force, false);
+    run->part.emplace(run->target, inputs, options.force);
+    if (options.log.empty()) return sounds;
+    if (options.log == options.output || SameFile(options.log, options.output))
+        throw Failure{EXIT_USAGE, fmt::format("--log {}: is the movie itself; name another file", options.log)};
+    run->logTarget = options.log == "-" ? "-" : CheckOutput(options.log, inputs, options.force, false);
+    return sounds;
+}
+
+// The sound starts where the picture does.
+void AddSounds(MakeRun* run, const std::vector<SoundOption>& sounds) {
+    const Fraction rate = run->source->format.rate;
+    for (const SoundOption& sound : sounds) {
+        run->sounds.Add(sound);
+        const double seconds = double(run->options.input.seek) * rate.denominator / rate.numerator;
+        if (seconds > 0) run->sounds.sources.back()->Skip(seconds);
+    }
+}
+
+} // namespace
+
+int RunMake(const MakeOptions& options) {
+    MakeRun run(options);
+    const std::vector<SoundOption> sounds = CheckNames(&run);
     run.source = OpenFrames(options.input);
+    if (options.alpha && options.noAlpha) throw Failure{EXIT_USAGE, "--alpha and --no-alpha: give one of them"};
     if (options.alpha && !run.source->format.alpha)
-        throw Failure{EXIT_USAGE, fmt::format("--alpha: {} carries none; raw pictures (--raw) do", run.source->name)};
-    for (const SoundOption& sound : sounds) run.sounds.Add(sound);
+        throw Failure{EXIT_USAGE,
+                      fmt::format("--alpha: {} carries none; raw pictures (--raw) and PNG can", run.source->name)};
+    AddSounds(&run, sounds);
     run.frameBytes = ChooseFrameBytes(options, run.source->format);
     if (!run.source->frames && options.frames == 0) run.source = ReadAhead(std::move(run.source), AHEAD_BYTES);
     run.capacity = ChooseCapacity(run);
-    run.progress.emplace(options.quiet, run.source->frames || options.frames != 0 ? run.capacity : 0,
-                         run.source->format.rate);
+    const bool known = run.source->frames || options.frames != 0;
+    run.progress.emplace(options.quiet, known ? run.capacity : 0, run.source->format.rate, run.frameBytes);
     running = &run;
     bool tooMany = false;
     CountInterrupts();

@@ -9,8 +9,7 @@
 
 namespace vorn {
 
-// The first error, or the last word if there is none.
-static std::string WhatIsWrong(const reader::Violations& violations) {
+std::string WhatIsWrong(const reader::Violations& violations) {
     for (const reader::Violation& violation : violations.list)
         if (violation.severity == reader::SEVERITY_ERROR) return DescribeViolation(violation);
     return violations.list.empty() ? "can't be read" : DescribeViolation(violations.list.back());

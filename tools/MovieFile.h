@@ -13,6 +13,9 @@ namespace vorn {
 // Opens a movie, and throws a Failure if it can't be walked at all. Everything that is merely wrong goes to `violations`.
 void OpenMovieFile(const std::string& name, bool growing, reader::Movie* movie, reader::Violations* violations);
 
+// The first error, or the last word if there is none.
+std::string WhatIsWrong(const reader::Violations& violations);
+
 // Size of the picture in a plane, without the padding.
 void PictureSize(const reader::Movie& movie, int plane, uint32_t* width, uint32_t* height);
 

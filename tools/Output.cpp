@@ -185,9 +185,9 @@ OutputFile::OutputFile(const std::string& finalName, bool replace) : name(finalN
 }
 
 OutputFile::~OutputFile() {
-    if (file == nullptr || partName.empty()) return;
-    std::fclose(file);
-    std::remove(partName.c_str());
+    if (partName.empty()) return;
+    if (file != nullptr) std::fclose(file);
+    if (!published) std::remove(partName.c_str());
 }
 
 void OutputFile::Fail(const char* what) const {
@@ -199,20 +199,20 @@ void OutputFile::Write(const void* bytes, size_t count) {
     if (count != 0 && std::fwrite(bytes, 1, count, file) != count) Fail("be written");
 }
 
-void OutputFile::Finish() {
+void OutputFile::Complete() {
     if (std::fflush(file) != 0) Fail("be written");
     if (partName.empty()) return;
     if (fsync(fileno(file)) != 0 && errno != EINVAL) Fail("be brought to disk");
     FILE* closing = file;
     file = nullptr;
-    if (std::fclose(closing) != 0) {
-        const int reason = errno;
-        std::remove(partName.c_str());
-        errno = reason;
-        Fail("be finished");
-    }
+    if (std::fclose(closing) != 0) Fail("be finished");
+}
+
+void OutputFile::Publish() {
+    if (partName.empty()) return;
     // It is complete: a signal must not remove it any more.
     unfinished.Forget();
+    published = true;
     GiveName(partName, name, force);
 }
 

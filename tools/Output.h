@@ -62,13 +62,19 @@ class OutputFile {
 public:
     // Throws a Failure. `force`: Finish may replace a file.
     OutputFile(const std::string& name, bool force);
-    ~OutputFile(); // without Finish: the file is removed
+    ~OutputFile(); // without Publish: the file is removed
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
     void Write(const void* bytes, size_t count);
-    // Flushes, syncs and renames. If another file has appeared under the name meanwhile, NAME.part stays.
-    void Finish();
+    // Flushes and syncs: all of it is on disk, as NAME.part.
+    void Complete();
+    // Gives the complete file its name. If another one has appeared under it meanwhile, NAME.part stays.
+    void Publish();
+    void Finish() {
+        Complete();
+        Publish();
+    }
 
 private:
     [[noreturn]] void Fail(const char* what) const;
@@ -77,6 +83,7 @@ private:
     std::string partName; // "" on standard output
     bool force;
     FILE* file = nullptr;
+    bool published = false;
     UnfinishedFile unfinished;
 };
 

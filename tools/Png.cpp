@@ -16,14 +16,15 @@ namespace vorn {
 struct PngJob {
     OutputFile* file;
     std::string error;
+    Failure failure = {};
 };
 
 static void TakeBytes(png_structp png, png_bytep bytes, size_t count) {
     auto* job = static_cast<PngJob*>(png_get_io_ptr(png));
     try {
-        if (job->error.empty()) job->file->Write(bytes, count);
+        if (job->failure.text.empty()) job->file->Write(bytes, count);
     } catch (const Failure& failure) {
-        job->error = failure.text;
+        job->failure = failure;
     }
 }
 
@@ -51,9 +52,9 @@ static bool WriteRows(png_structp png, png_infop info, const uint8_t* bgra, uint
     return true;
 }
 
-void WritePng(const std::string& name, const uint8_t* bgra, uint32_t width, uint32_t height, bool alpha, bool force) {
-    OutputFile file(name, force);
-    PngJob job{&file, ""};
+void WritePng(OutputFile* file, const std::string& name, const uint8_t* bgra, uint32_t width, uint32_t height,
+              bool alpha) {
+    PngJob job{file, ""};
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &job, KeepError, IgnoreWarning);
     png_infop info = png != nullptr ? png_create_info_struct(png) : nullptr;
     bool done = false;
@@ -62,8 +63,13 @@ void WritePng(const std::string& name, const uint8_t* bgra, uint32_t width, uint
         done = WriteRows(png, info, bgra, width, height, alpha);
     }
     png_destroy_write_struct(&png, &info);
-    if (!done || !job.error.empty())
-        throw Failure{EXIT_FAILED, fmt::format("{}: can't be written as PNG ({})", name, job.error)};
+    if (!job.failure.text.empty()) throw job.failure;
+    if (!done) throw Failure{EXIT_FAILED, fmt::format("{}: can't be written as PNG ({})", name, job.error)};
+}
+
+void WritePng(const std::string& name, const uint8_t* bgra, uint32_t width, uint32_t height, bool alpha, bool force) {
+    OutputFile file(name, force);
+    WritePng(&file, name, bgra, width, height, alpha);
     file.Finish();
 }
 

@@ -10,6 +10,7 @@
 #include <sndfile.h>
 
 #include "tools/Exit.h"
+#include "tools/Input.h"
 #include "tools/Text.h"
 
 namespace vorn {
@@ -32,7 +33,7 @@ static SoundOption ParseItems(const std::string& option, const std::string& text
         (isId ? sound.id : sound.quality) = static_cast<uint32_t>(value);
         rest.resize(comma);
     }
-    sound.name = rest;
+    sound.name = IsStandardInput(rest) ? "-" : rest;
     if (sound.name.empty()) throw Failure{EXIT_USAGE, fmt::format("{} {}: names no file", option, text)};
     return sound;
 }
@@ -55,7 +56,7 @@ SoundOption ParseTrackOption(const std::string& text) {
 
 void CheckSoundOptions(const std::string& option, const std::vector<SoundOption>& sounds,
                        const std::vector<std::string>& pictures) {
-    bool taken = std::count(pictures.begin(), pictures.end(), "-") != 0;
+    bool taken = std::any_of(pictures.begin(), pictures.end(), IsStandardInput);
     std::map<uint32_t, std::string> names; // by id
     for (const SoundOption& sound : sounds) {
         const auto [place, isNew] = names.emplace(sound.id, sound.name);
@@ -213,6 +214,18 @@ private:
 
 std::unique_ptr<SoundSource> SoundSource::Open(const std::string& name) {
     return std::make_unique<LibrarySound>(name);
+}
+
+void SoundSource::Skip(double time) {
+    const double frames = std::min(std::floor(time * sampleRate + 0.5), 1e15);
+    uint64_t left = static_cast<uint64_t>(frames) * channels;
+    std::vector<int16_t> samples(size_t(4096) * channels);
+    while (left != 0) {
+        const size_t want = static_cast<size_t>(std::min<uint64_t>(left, samples.size()));
+        if (Read(samples.data(), want) < want) break;
+        left -= want;
+    }
+    seconds = std::max(0.0, seconds - time);
 }
 
 // The library's callback: `user` is the source.

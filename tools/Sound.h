@@ -31,6 +31,8 @@ public:
     // Fills `samples` with up to `count` samples (of all channels together); returns how many came. Fewer than asked for
     // means that the sound has ended.
     virtual size_t Read(int16_t* samples, size_t count) = 0;
+    // Goes past the sound of so long a time.
+    void Skip(double time);
 
     std::string name;
     uint32_t sampleRate = 0;

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cstdio>
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include "tools/Exit.h"
@@ -76,9 +77,9 @@ std::string LowerExtension(const std::string& name) {
     return extension;
 }
 
-Progress::Progress(bool isQuiet, uint64_t totalFrames, Fraction frameRate)
+Progress::Progress(bool isQuiet, uint64_t totalFrames, Fraction frameRate, uint32_t targetBytes)
     : quiet(isQuiet), terminal(isatty(STDERR_FILENO) == 1), total(totalFrames), rate(frameRate),
-      start(std::chrono::steady_clock::now()), last(start) {}
+      frameBytes(targetBytes), start(std::chrono::steady_clock::now()), last(start) {}
 
 Progress::~Progress() {
     Clear();
@@ -95,25 +96,31 @@ void Progress::Update(uint64_t done, uint64_t bytes) {
     const auto pause = terminal ? std::chrono::milliseconds(200) : std::chrono::milliseconds(10000);
     if (now - last < pause) return;
     last = now;
-    const std::string line = Line(done, bytes, std::chrono::duration<double>(now - start).count());
+    std::string line = Line(done, bytes, std::chrono::duration<double>(now - start).count());
+    // A line that wraps can't be drawn over.
+    winsize window = {};
+    if (terminal && ioctl(STDERR_FILENO, TIOCGWINSZ, &window) == 0 && window.ws_col != 0)
+        line.resize(std::min<size_t>(line.size(), window.ws_col - 1u));
     Say(terminal ? fmt::format("\r{}\033[K", line) : line + '\n');
     drawn = terminal;
 }
 
+// [12.3%] 45/366 frames, 23.10 fps, 1234.56 of 1200.00 kbit/s, eta 0:00:12, 56 of 460 kB
 std::string Progress::Line(uint64_t done, uint64_t bytes, double seconds) const {
     const double part = total == 0 ? 0 : static_cast<double>(done) / static_cast<double>(total);
     std::string line =
         total == 0 ? fmt::format("{} frames", done) : fmt::format("[{:.1f}%] {}/{} frames", part * 100, done, total);
     if (seconds > 0) line += fmt::format(", {:.2f} fps", static_cast<double>(done) / seconds);
-    if (bytes != 0 && done != 0 && rate.denominator != 0) {
-        const double length = static_cast<double>(done) * rate.denominator / rate.numerator;
-        line += fmt::format(", {:.2f} kbit/s", static_cast<double>(bytes) * 8 / 1000 / length);
+    const bool sized = bytes != 0 && done != 0;
+    if (sized && rate.denominator != 0) {
+        const auto kbits = [&](double frameSize) { return frameSize * 8 / 1000 * rate.numerator / rate.denominator; };
+        line += fmt::format(", {:.2f}", kbits(static_cast<double>(bytes) / static_cast<double>(done)));
+        line += frameBytes == 0 ? " kbit/s" : fmt::format(" of {:.2f} kbit/s", kbits(frameBytes));
     }
-    if (done != 0 && total != 0) {
-        line += fmt::format(", eta {}", TimeText(seconds / part - seconds));
-        if (bytes != 0) line += fmt::format(", about {:.0f} kB in the end", static_cast<double>(bytes) / part / 1000);
-    }
-    return line;
+    if (done != 0 && total != 0) line += fmt::format(", eta {}", TimeText(seconds / part - seconds));
+    if (sized) line += fmt::format(", {}", bytes / 1000);
+    if (sized && total != 0) line += fmt::format(" of {:.0f}", static_cast<double>(bytes) / part / 1000);
+    return sized ? line + " kB" : line;
 }
 
 } // namespace vorn

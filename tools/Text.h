@@ -38,9 +38,10 @@ std::string LowerExtension(const std::string& name);
 // every ten seconds; with --quiet nothing.
 class Progress {
 public:
-    // total     frames, or 0 if nobody knows
-    // rate      of the movie; for its data rate
-    Progress(bool quiet, uint64_t total, Fraction rate);
+    // total       frames, or 0 if nobody knows
+    // rate        of the movie; for its data rate
+    // frameBytes  what each frame should take, or 0
+    Progress(bool quiet, uint64_t total, Fraction rate, uint32_t frameBytes = 0);
     ~Progress();
     // Draws if it is time to. `bytes` is the size of what has been written so far, or 0 for none to tell.
     void Update(uint64_t done, uint64_t bytes);
@@ -55,6 +56,7 @@ private:
     bool drawn = false;
     uint64_t total;
     Fraction rate;
+    uint32_t frameBytes;
     std::chrono::steady_clock::time_point start;
     std::chrono::steady_clock::time_point last;
 };

@@ -4,6 +4,7 @@
 #include "tools/Commands.h"
 #include "tools/Exit.h"
 #include "tools/MovieFile.h"
+#include "tools/PlaneErrors.h"
 
 namespace vorn {
 
@@ -23,13 +24,27 @@ static uint64_t PrintViolations(const VerifyCommandOptions& options, const reade
     return printed;
 }
 
+// Of a movie that can be decoded.
+static void TellErrors(const VerifyCommandOptions& options, const reader::Movie& movie, FrameSource* source) {
+    SourceComparison how;
+    how.name = options.movie;
+    how.movie = &movie;
+    how.end = movie.header.frames;
+    how.quiet = options.quiet;
+    PrintErrors(movie, CompareWithSource(how, source));
+}
+
 int RunVerify(const VerifyCommandOptions& options) {
+    if (options.source.names.empty() && (!options.source.raw.empty() || options.source.seek != 0))
+        throw Failure{EXIT_USAGE, "--raw, --seek: belong to a source; give --source FILE"};
     reader::Movie movie;
     reader::Violations violations;
     violations.room = std::max(1u, options.most); // a movie that can't be read at all has to say why
     OpenMovieFile(options.movie, options.growing, &movie, &violations);
+    std::unique_ptr<FrameSource> source;
+    if (!options.source.names.empty()) source = OpenSource(options.source, options.movie, movie);
     reader::VerifyOptions how;
-    how.pacing = options.pacing;
+    how.pacing = !options.noPacing;
     const bool readable = VerifyMovie(movie, how, &violations);
     const uint64_t found = violations.errors + violations.habits;
     const uint64_t printed = PrintViolations(options, violations);
@@ -42,6 +57,7 @@ int RunVerify(const VerifyCommandOptions& options) {
                               : fmt::format("{} errors, {} oddities that the encoder never writes", violations.errors,
                                             violations.habits));
     if (!readable) return EXIT_DAMAGED;
+    if (source != nullptr) TellErrors(options, movie, source.get());
     return found == 0 ? EXIT_DONE : EXIT_DIFFERS;
 }
 

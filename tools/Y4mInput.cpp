@@ -50,17 +50,8 @@ public:
     }
 
     ReadResult Read(uint8_t* bgra) override {
-        const uint64_t place = input.Position();
-        std::string line;
-        ReadResult result = input.ReadLine(&line, FRAME_LIMIT);
-        if (result == ReadResult::END || result == ReadResult::STOPPED) return result;
-        if (result == ReadResult::CUT && line.size() < FRAME_LIMIT) return Cut("ends in the line of frame {}", place);
-        if (result == ReadResult::CUT || !IsFrameLine(line))
-            return Cut("no FRAME line where frame {} should start", place);
-        result = input.Read(planes.data(), planes.size());
-        if (result == ReadResult::STOPPED) return result;
-        if (result != ReadResult::DONE) return Cut("ends in frame {}", place);
-        count++;
+        const ReadResult result = ReadPlanes();
+        if (result != ReadResult::DONE) return result;
         PlanarPicture picture;
         picture.width = format.width;
         picture.height = format.height;
@@ -76,7 +67,25 @@ public:
         return ReadResult::DONE;
     }
 
+    ReadResult Skip() override { return ReadPlanes(); }
+
 private:
+    // The next frame, as it is in the file.
+    ReadResult ReadPlanes() {
+        const uint64_t place = input.Position();
+        std::string line;
+        ReadResult result = input.ReadLine(&line, FRAME_LIMIT);
+        if (result == ReadResult::END || result == ReadResult::STOPPED) return result;
+        if (result == ReadResult::CUT && line.size() < FRAME_LIMIT) return Cut("ends in the line of frame {}", place);
+        if (result == ReadResult::CUT || !IsFrameLine(line))
+            return Cut("no FRAME line where frame {} should start", place);
+        result = input.Read(planes.data(), planes.size());
+        if (result == ReadResult::STOPPED) return result;
+        if (result != ReadResult::DONE) return Cut("ends in frame {}", place);
+        count++;
+        return ReadResult::DONE;
+    }
+
     static bool IsFrameLine(const std::string& line) { return line == "FRAME" || line.rfind("FRAME ", 0) == 0; }
 
     ReadResult Cut(const char* what, uint64_t place) {
@@ -91,10 +100,11 @@ private:
         if (result == ReadResult::STOPPED) throw Failure{EXIT_FAILED, fmt::format("{}: stopped before it began", name)};
         if (result == ReadResult::END) throw Failure{EXIT_DAMAGED, fmt::format("{}: is empty; Y4M is wanted", name)};
         if (line.rfind("YUV4MPEG2", 0) != 0 || (line.size() > 9 && line[9] != ' '))
-            throw Failure{EXIT_DAMAGED,
-                          fmt::format("{}: isn't Y4M: it doesn't start with YUV4MPEG2 (for raw pictures give "
-                                      "--raw WIDTHxHEIGHT)",
-                                      name)};
+            throw Failure{
+                EXIT_DAMAGED,
+                fmt::format("{}: neither Y4M (it doesn't start with YUV4MPEG2) nor PNG; for raw pictures give "
+                            "--raw WIDTHxHEIGHT",
+                            name)};
         if (result == ReadResult::CUT) throw Failure{EXIT_DAMAGED, fmt::format("{}: its header line has no end", name)};
         for (size_t at = 9; at < line.size();) {
             const size_t end = std::min(line.find(' ', at + 1), line.size());

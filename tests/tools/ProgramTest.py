@@ -274,7 +274,7 @@ class Pictures(ProgramTest):
                 blue, green, red = pixels[i * 4:i * 4 + 3]
                 wanted += abs((263 * red + 516 * green + 100 * blue) // 1024 + 16 - decoded[i])
         self.assertGreater(wanted, 0)
-        done = self.vorn("compare", "m.vrn", "m.vrn.bgra", "--raw", "16x16", "--fps", "25", "-o", "sides.png")
+        done = self.vorn("compare", "m.vrn", "m.vrn.bgra", "--raw", "16x16", "-o", "sides.png")
         line = [line.split() for line in done.stdout.decode().splitlines() if line.startswith("Y ")][0]
         self.assertEqual(int(line[1]), wanted)
         width, height, _, _ = read_png(self.path("sides.png"))

@@ -22,6 +22,19 @@ install(FILES ${CMAKE_BINARY_DIR}/vornmake.pc DESTINATION ${CMAKE_INSTALL_LIBDIR
 if(VORN_TOOLS)
     set_target_properties(vorn PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
     install(TARGETS vorn RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+    if(NOT VORN_SANITIZE)
+        install(DIRECTORY ${CMAKE_BINARY_DIR}/manual/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+        install(FILES ${CMAKE_BINARY_DIR}/manual/completions/vorn.bash RENAME vorn
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+        # Below /usr itself, Debian's zsh looks into a folder of another name.
+        install(CODE "
+            set(folder site-functions)
+            if(EXISTS /etc/debian_version AND CMAKE_INSTALL_PREFIX MATCHES \"/usr\$\")
+                set(folder vendor-completions)
+            endif()
+            file(INSTALL \"${CMAKE_BINARY_DIR}/manual/completions/_vorn\"
+                DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DATADIR}/zsh/\${folder}\")")
+    endif()
 endif()
 
 set(CPACK_GENERATOR DEB)

@@ -9,6 +9,7 @@
 #include "tools/Commands.h"
 #include "tools/Exit.h"
 #include "tools/Interrupt.h"
+#include "tools/Manual.h"
 
 #ifndef VORN_VERSION
 #define VORN_VERSION "unknown"
@@ -217,9 +218,9 @@ void AddBench(CLI::App* main, BenchOptions* o) {
 
 void AddScene(CLI::App* main, SceneOptions* o) {
     CLI::App* app = main->add_subcommand("scene", "Draw pictures and sound to try things with");
-    app->add_option("NAME", o->scene, "balls, drift, cuts, noise, or glass (with alpha, as .bgra)")
+    app->add_option("NAME", o->scene, "The scene; glass has alpha, for .bgra")
         ->required()
-        ->type_name("");
+        ->type_name("balls|drift|cuts|noise|glass");
     app->add_option("-o,--output", o->output, "The pictures: .y4m, or .bgra for raw ones; - is Y4M on standard output")
         ->type_name("OUT");
     app->add_option("--sound", o->sound, "A tune as long as the pictures")->type_name("OUT.wav");
@@ -228,6 +229,51 @@ void AddScene(CLI::App* main, SceneOptions* o) {
     app->add_option("--frames", o->frames, "Number of frames (100)")->check(Whole(1))->type_name("N");
     AddForce(app, &o->force, &o->quiet);
     app->footer("Example: vorn scene balls -o balls.y4m --sound balls.wav");
+}
+
+// What the manual says of an option. A value's word is its type name, without what checks it; a check that lists all
+// values, "{a,b}", or a word that does, "a|b", gives the choices.
+OptionText DescribeOption(const CLI::Option& option) {
+    OptionText text;
+    for (const std::string& name : option.get_snames()) text.names.push_back("-" + name);
+    for (const std::string& name : option.get_lnames()) text.names.push_back("--" + name);
+    if (text.names.empty()) text.names.push_back(option.get_name(true));
+    text.text = option.get_description();
+    text.required = option.get_required();
+    text.repeats = option.get_items_expected_max() > 1;
+    if (option.get_items_expected_max() == 0) return text;
+    const std::string type = option.get_type_name();
+    text.value = type.substr(0, type.find(':'));
+    if (option.get_positional() && text.value == "TEXT") text.value = "";
+    const size_t open = type.find('{');
+    if (open != std::string::npos)
+        text.choices = CLI::detail::split(type.substr(open + 1, type.find('}') - open - 1), ',');
+    else if (text.value.find('|') != std::string::npos)
+        text.choices = CLI::detail::split(text.value, '|');
+    return text;
+}
+
+CommandText DescribeCommand(const CLI::App& app, const std::string& name) {
+    CommandText text{name, app.get_description(), "", "", {}, {}};
+    bool exitCodes = false; // the manual has them in a section of their own
+    for (const std::string& line : CLI::detail::split(app.get_footer(), '\n')) {
+        const std::string mark = "Example: ";
+        if (line.rfind(mark, 0) == 0)
+            text.example = line.substr(mark.size());
+        else if (exitCodes |= line.rfind("Exit code", 0) == 0; !exitCodes)
+            text.notes += line + "\n";
+    }
+    if (!text.notes.empty()) text.notes.pop_back();
+    for (const CLI::Option* option : app.get_options()) text.options.push_back(DescribeOption(*option));
+    for (const CLI::App* command : app.get_subcommands([](const CLI::App* c) { return !c->get_group().empty(); }))
+        text.commands.push_back(DescribeCommand(*command, command->get_name()));
+    return text;
+}
+
+void AddManual(CLI::App* main, ManualOptions* o) {
+    CLI::App* app = main->add_subcommand("manual", "Write man pages and shell completions")->group(""); // not listed
+    app->add_option("--man", o->manFolder, "Where vorn.1, vorn-make.1 and so on go")->type_name("DIR");
+    app->add_option("--completions", o->completionFolder, "Where vorn.bash and _vorn go")->type_name("DIR");
 }
 
 int Run(int count, char** arguments) {
@@ -240,6 +286,7 @@ int Run(int count, char** arguments) {
     ReportOptions report;
     SceneOptions scene;
     BenchOptions bench;
+    ManualOptions manual;
     CLI::App app{"vorn - makes, reads and checks movies of the Vorn format", "vorn"};
     app.get_formatter()->column_width(36);
     app.require_subcommand(1);
@@ -256,6 +303,7 @@ int Run(int count, char** arguments) {
     AddReport(&app, &report);
     AddScene(&app, &scene);
     AddBench(&app, &bench);
+    AddManual(&app, &manual);
     try {
         app.parse(count, arguments);
     } catch (const CLI::ParseError& error) {
@@ -271,6 +319,7 @@ int Run(int count, char** arguments) {
     if (name == "mix") return RunMix(mix);
     if (name == "report") return RunReport(report);
     if (name == "bench") return RunBench(bench);
+    if (name == "manual") return RunManual(DescribeCommand(app, "vorn"), manual);
     return RunScene(scene);
 }
 

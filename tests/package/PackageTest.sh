@@ -63,11 +63,20 @@ if [ -x "$prefix/bin/vorn" ]; then
     for movie in *.vrn; do "$prefix/bin/vorn" verify -q "$movie" || fail "$movie breaks a rule"; done
 fi
 
+# manual SHARE ZSH-FOLDER: man pages and completions stand where programs look for them.
+manual() {
+    for name in man/man1/vorn.1 man/man1/vorn-make.1 bash-completion/completions/vorn "zsh/$2/_vorn"; do
+        [ -s "$1/$name" ] || fail "$1 lacks $name"
+    done
+}
+if [ -z "$flags" ] && [ -x "$prefix/bin/vorn" ]; then manual "$prefix/share" site-functions; fi
+
 if [ -z "$flags" ] && command -v dpkg-deb >/dev/null && command -v dpkg-shlibdeps >/dev/null && command -v file >/dev/null; then
     (cd "$build" && cpack -G DEB -B "$work/deb" >/dev/null)
     dpkg-deb -x "$work"/deb/*.deb "$work/unpacked"
     [ -e "$work/unpacked/usr/include/vornmake.h" ] || fail "the package lacks the header"
     "$work/unpacked/usr/bin/vorn" --version >/dev/null || fail "the packaged program doesn't run"
+    manual "$work/unpacked/usr/share" vendor-completions
 else
     echo "skipped: the Debian package (needs dpkg-dev and file, and a build without sanitizers)"
 fi

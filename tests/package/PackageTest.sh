@@ -30,7 +30,9 @@ fi
 for standard in c89 c99 c17; do
     echo '#include <vornmake.h>' | cc -std=$standard -pedantic-errors -Wall -Werror -I"$prefix/include" -fsyntax-only -x c -
 done
-echo '#include <vornmake.h>' | c++ -std=c++11 -pedantic-errors -Wall -Werror -I"$prefix/include" -fsyntax-only -x c++ -
+for standard in c++11 c++20; do
+    echo '#include <vornmake.h>' | c++ -std=$standard -pedantic-errors -Wall -Werror -I"$prefix/include" -fsyntax-only -x c++ -
+done
 
 flags=${PACKAGE_TEST_FLAGS:-}
 mkdir "$work/user"

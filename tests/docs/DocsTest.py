@@ -33,6 +33,7 @@ SETTING = """
 vorn scene drift --frames 60 -q -o clip.y4m --sound clip.wav
 vorn scene glass --frames 4 -q -o clip.bgra
 vorn make clip.y4m --audio clip.wav --rate 300 -q -o clip.vrn
+mkdir shots && vorn decode clip.vrn -q -o shots/%04d.png
 cp clip.wav dubbed.flac
 cp clip.wav speech.flac
 vorn scene balls --frames 5 -q --sound SOUND.wav
@@ -96,9 +97,8 @@ class Place:
     def run_commands(self, text):
         text = re.sub(r"(\S) {3,}[a-z0-9.].*$", r"\1", text, flags=re.M)  # a remark behind a command
         for output in re.findall(r"(?:-o|--sound|--log) (\S+)", text):
-            if output != "-":
-                name = os.path.join(self.folder, output)
-                shutil.rmtree(name) if os.path.isdir(name) else os.path.lexists(name) and os.unlink(name)
+            for name in glob.glob(os.path.join(self.folder, re.sub(r"%\d*d", "*", output))):
+                shutil.rmtree(name) if os.path.isdir(name) else os.unlink(name)
         return self.run(text)
 
     def run_c(self, text):
@@ -143,7 +143,8 @@ def help_examples(vorn):
     names = subprocess.run([vorn, "--help"], capture_output=True, text=True, check=True).stdout
     for name in re.findall(r"^  ([a-z]+)  ", names[names.index("Subcommands:"):], flags=re.M):
         text = subprocess.run([vorn, name, "--help"], capture_output=True, text=True, check=True).stdout
-        yield name, re.search(r"^Example: (.*)$", text, flags=re.M).group(1)
+        for command in re.findall(r"^(?:Examples?:|         ) (vorn .*)$", text[text.index("Example"):], flags=re.M):
+            yield name, command
 
 
 def main():
@@ -166,6 +167,7 @@ def main():
 
         def place_of(name):
             place = Place(top, name, vorn, source)
+            shutil.copytree(os.path.join(setting.folder, "shots"), os.path.join(place.folder, "shots"))
             for file in glob.glob(os.path.join(setting.folder, "*.*")):
                 shutil.copy(file, place.folder)
             return place

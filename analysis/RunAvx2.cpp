@@ -16,6 +16,7 @@ struct ThirtyTwoLanes {
 
     static Part Load(const void* at) { return _mm256_loadu_si256((const __m256i*)at); }
     static void Store(void* at, Part v) { _mm256_storeu_si256((__m256i*)at, v); }
+    static void StoreForBytes(void* at, Part v) { Store(at, v); }
     static Part Set(uint8_t value) { return _mm256_set1_epi8((char)value); }
     static Part Min(Part a, Part b) { return _mm256_min_epu8(a, b); }
     static Part Max(Part a, Part b) { return _mm256_max_epu8(a, b); }

@@ -27,6 +27,11 @@ struct SixtyFourLanes {
 
     static Part Load(const uint8_t* at) { return _mm512_loadu_si512(at); }
     static void Store(uint8_t* at, Part v) { _mm512_storeu_si512(at, v); }
+    // In halves, whose bytes can be read again sooner.
+    static void StoreForBytes(void* at, Part v) {
+        _mm256_store_si256((__m256i*)at, _mm512_castsi512_si256(v));
+        _mm256_store_si256((__m256i*)at + 1, _mm512_extracti64x4_epi64(v, 1));
+    }
     static Part Set(uint8_t value) { return _mm512_set1_epi8((char)value); }
     static Part Min(Part a, Part b) { return _mm512_min_epu8(a, b); }
     static Part Max(Part a, Part b) { return _mm512_max_epu8(a, b); }

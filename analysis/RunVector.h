@@ -109,7 +109,7 @@ static inline void MeasureRuns(RunTables* tables, int first, const typename Lane
 #pragma GCC unroll 16
     for (int i = 0; i < LONGEST_RUN - 1; i++)
         lasts = Lanes::LessWhereReached(lasts, Lanes::Load(tables->steps[i] + first), threshold);
-    Lanes::Store(tables->lasts + first, lasts);
+    Lanes::StoreForBytes(tables->lasts + first, lasts);
 }
 
 // Medians of the runs that start in one part. Their samples are sorted by insertion, one more at a time, in one register a

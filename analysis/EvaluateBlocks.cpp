@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "analysis/Evaluators.h"
+#include "analysis/Kernels.h"
 #include "blocks/CandidateLists.h"
 #include "blocks/PixelOps.h"
 
@@ -72,7 +73,7 @@ int EvaluateBlock(BlockCandidate* list, const BlockPlace* place, bool keyFrame, 
     count += IntraCandidates(list + count, src, costModel);
     if (!keyFrame) count += MovedCandidates(list + count, src, place, costModel);
     list[count++] = {BLOCK_SAMPLES * costModel->colourBits, 0, 0, MODE_RAW};
-    return PruneHullOverRuns(list, count, firstRun, lastRun);
+    return PruneHullOverRuns(list, count, firstRun, lastRun, Kernels().findHull);
 }
 
 } // namespace

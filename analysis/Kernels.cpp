@@ -7,7 +7,7 @@ namespace vorn {
 
 namespace {
 
-constexpr AnalysisKernels PLAIN = {false, SearchMotionPlain, TryIntraPlain, TryInterPlain, ListRunsPlain};
+constexpr AnalysisKernels PLAIN = {false, SearchMotionPlain, TryIntraPlain, TryInterPlain, ListRunsPlain, FindHull};
 
 #if defined(__x86_64__) || defined(__i386__)
 // A level takes over what it has no better twin for.
@@ -21,6 +21,7 @@ constexpr AnalysisKernels WithAvx2(AnalysisKernels kernels) {
     kernels.tryIntra = TryIntraAvx2;
     kernels.tryInter = TryInterAvx2;
     kernels.listRuns = ListRunsAvx2;
+    kernels.findHull = FindHullAvx2;
     return kernels;
 }
 constexpr AnalysisKernels WithAvx512(AnalysisKernels kernels) {
@@ -28,6 +29,7 @@ constexpr AnalysisKernels WithAvx512(AnalysisKernels kernels) {
     kernels.tryIntra = TryIntraAvx512;
     kernels.tryInter = TryInterAvx512;
     kernels.listRuns = ListRunsAvx512;
+    kernels.findHull = FindHullAvx512;
     return kernels;
 }
 constexpr AnalysisKernels TABLES[CPU_LEVELS] = {PLAIN, WithSse2(PLAIN), WithAvx2(WithSse2(PLAIN)),

@@ -5,6 +5,7 @@
 #include "analysis/DctKernels.h"
 #include "analysis/MotionKernels.h"
 #include "analysis/RunKernels.h"
+#include "blocks/HullKernels.h"
 #include "platform/CpuLevel.h"
 
 namespace vorn {
@@ -15,6 +16,7 @@ struct AnalysisKernels {
     TryIntraKernel tryIntra;
     TryInterKernel tryInter;
     ListRunsKernel listRuns;
+    FindHullKernel findHull;
 };
 
 // The table of a level; the machine must be able to run it.

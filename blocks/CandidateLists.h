@@ -2,6 +2,7 @@
 #pragma once
 
 #include "blocks/BlockRecord.h"
+#include "blocks/HullKernels.h"
 
 namespace vorn {
 
@@ -9,8 +10,9 @@ namespace vorn {
 int PruneHull(BlockCandidate* list, int count);
 // Reduces a list to its staircase: bits rise strictly, errors fall strictly. Returns the new count.
 int PruneRuns(BlockCandidate* list, int count);
-// PruneHull of a list whose entries from `first` to `last` - 1 have to go through PruneRuns before. Returns the new count.
-int PruneHullOverRuns(BlockCandidate* list, int count, int first, int last);
+// PruneHull of a list whose entries from `first` to `last` - 1 have to go through PruneRuns before, with the
+// widest vectors that the processor has. Returns the new count.
+int PruneHullOverRuns(BlockCandidate* list, int count, int first, int last, FindHullKernel findHull);
 // The two by their plain rules, which also settle which of equal entries survives. Any bits below 2^31.
 int PruneHullPlain(BlockCandidate* list, int count);
 int PruneRunsPlain(BlockCandidate* list, int count);

@@ -12,6 +12,8 @@
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
+
+#include "blocks/HullVector.h"
 #endif
 
 namespace vorn {
@@ -59,185 +61,6 @@ void ChooseTwins(uint16_t* kept, int found, const BlockCandidate* list, int coun
         kept[k] = order[k];
     }
 }
-
-#if defined(__SSE2__)
-
-constexpr int LANES = 4;
-constexpr int STEP = 2 * LANES; // entries a look
-
-// Numbers below this are exact as floats, and so are their differences. And the plain rules, which compare quotients rounded
-// to 53 bits, then compare exactly: two different fractions of numbers below 2^24 differ by more than 2^-48 of their value.
-constexpr uint32_t HULL_BOUND = 1u << 24;
-constexpr float NEVER = static_cast<float>(HULL_BOUND); // padding: dearer and worse than any entry, so on no hull
-// A rough slope is the product of a gain and a reciprocal, at most 1.5 * 2^-12 off relative to the true slope and another 2^-24
-// for the product. Two that are equal in truth differ by less than this.
-constexpr float ROUGHNESS = 1.0f - 1.0f / 512;
-
-// The points of a list, padded to whole steps.
-struct HullPoints {
-    alignas(16) float bits[SCRATCH_CANDIDATES];
-    alignas(16) float errors[SCRATCH_CANDIDATES];
-    int padded;
-    int cheapest; // of those the best, of those the first in the list
-    int best;     // the lowest error, of those the cheapest, of those the first in the list
-};
-
-// Four entries, of three words each, as a vector of bits and one of errors.
-struct FourEntries {
-    __m128i bits;
-    __m128i errors;
-};
-inline FourEntries LoadFour(const BlockCandidate* list) {
-    static_assert(sizeof(BlockCandidate) == 12);
-    const __m128i* words = reinterpret_cast<const __m128i*>(list);
-    const __m128 x = _mm_castsi128_ps(_mm_loadu_si128(words));           // b0 e0 -- b1
-    const __m128 y = _mm_castsi128_ps(_mm_loadu_si128(words + 1));       // e1 -- b2 e2
-    const __m128 z = _mm_castsi128_ps(_mm_loadu_si128(words + 2));       // -- b3 e3 --
-    const __m128 upper = _mm_shuffle_ps(y, z, _MM_SHUFFLE(2, 1, 3, 2));  // b2 e2 b3 e3
-    const __m128 errors = _mm_shuffle_ps(x, y, _MM_SHUFFLE(0, 0, 1, 1)); // e0 e0 e1 e1
-    return {_mm_castps_si128(_mm_shuffle_ps(x, upper, _MM_SHUFFLE(2, 0, 3, 0))),
-            _mm_castps_si128(_mm_shuffle_ps(errors, upper, _MM_SHUFFLE(3, 1, 2, 0)))};
-}
-
-inline float Least(__m128 lanes) {
-    lanes = _mm_min_ps(lanes, _mm_movehl_ps(lanes, lanes));
-    return _mm_cvtss_f32(_mm_min_ss(lanes, _mm_shuffle_ps(lanes, lanes, 1)));
-}
-
-inline float Greatest(__m128 lanes) {
-    lanes = _mm_max_ps(lanes, _mm_movehl_ps(lanes, lanes));
-    return _mm_cvtss_f32(_mm_max_ss(lanes, _mm_shuffle_ps(lanes, lanes, 1)));
-}
-
-// The first entry with the least `seconds` among those whose `firsts` are `least`.
-int FirstLeast(const float* firsts, const float* seconds, int padded, float least) {
-    const __m128 wanted = _mm_set1_ps(least);
-    int found = -1;
-    for (int at = 0; at < padded; at += LANES) {
-        unsigned lanes = static_cast<unsigned>(_mm_movemask_ps(_mm_cmpeq_ps(_mm_load_ps(firsts + at), wanted)));
-        for (; lanes != 0; lanes &= lanes - 1) {
-            const int entry = at + __builtin_ctz(lanes);
-            if (found < 0 || seconds[entry] < seconds[found]) found = entry;
-        }
-    }
-    return found;
-}
-
-// False if a number is out of bounds.
-bool TakePoints(HullPoints* points, const BlockCandidate* list, int count) {
-    __m128i seen = _mm_setzero_si128(); // the bits that any number has
-    __m128 leastBits = _mm_set1_ps(NEVER);
-    __m128 leastError = leastBits;
-    int at = 0;
-    for (; at + LANES <= count; at += LANES) {
-        const FourEntries four = LoadFour(list + at);
-        seen = _mm_or_si128(seen, _mm_or_si128(four.bits, four.errors));
-        const __m128 bits = _mm_cvtepi32_ps(four.bits);
-        const __m128 errors = _mm_cvtepi32_ps(four.errors);
-        _mm_store_ps(points->bits + at, bits);
-        _mm_store_ps(points->errors + at, errors);
-        leastBits = _mm_min_ps(leastBits, bits);
-        leastError = _mm_min_ps(leastError, errors);
-    }
-    uint32_t seenLate = 0;
-    for (; at < count; at++) {
-        seenLate |= list[at].bits | list[at].error;
-        points->bits[at] = static_cast<float>(list[at].bits);
-        points->errors[at] = static_cast<float>(list[at].error);
-        leastBits = _mm_min_ps(leastBits, _mm_set1_ps(points->bits[at]));
-        leastError = _mm_min_ps(leastError, _mm_set1_ps(points->errors[at]));
-    }
-    for (; at % STEP != 0; at++) points->bits[at] = points->errors[at] = NEVER;
-    seen = _mm_srli_epi32(_mm_or_si128(seen, _mm_set1_epi32(static_cast<int>(seenLate))), 24);
-    if (_mm_movemask_epi8(_mm_cmpeq_epi32(seen, _mm_setzero_si128())) != 0xffff) return false;
-    points->padded = at;
-    points->cheapest = FirstLeast(points->bits, points->errors, at, Least(leastBits));
-    points->best = FirstLeast(points->errors, points->bits, at, Least(leastError));
-    return true;
-}
-
-// The step from one point to another, or what is known of it.
-struct HullStep {
-    int to;
-    float cost; // more bits
-    float gain; // less error
-    bool twin;  // another entry is the same point as `to`
-};
-inline HullStep StepTo(const HullPoints& points, int from, int to) {
-    return {to, points.bits[to] - points.bits[from], points.errors[from] - points.errors[to], false};
-}
-
-// Takes over a step that is steeper, or as steep and nearer. Costs and gains are below 2^24, so the products are exact.
-inline void Improve(HullStep* step, const HullStep& other) {
-    if (other.to == step->to) return;
-    const double gained = static_cast<double>(other.gain) * step->cost;
-    const double needed = static_cast<double>(step->gain) * other.cost;
-    if (gained > needed || (gained == needed && other.cost < step->cost))
-        *step = other;
-    else if (gained == needed && other.cost == step->cost)
-        step->twin = true;
-}
-
-// Rough slopes of the steps to all points, 0 or less where there is no gain for a cost. Returns the greatest, above 0.
-inline float RoughSlopes(float* slopes, const HullPoints& points, int from) {
-    const __m128 fromBits = _mm_set1_ps(points.bits[from]);
-    const __m128 fromError = _mm_set1_ps(points.errors[from]);
-    __m128 greatest = _mm_setzero_ps();
-    for (int at = 0; at < points.padded; at += LANES) {
-        const __m128 cost = _mm_sub_ps(_mm_load_ps(points.bits + at), fromBits);
-        const __m128 gain = _mm_sub_ps(fromError, _mm_load_ps(points.errors + at));
-        const __m128 slope = _mm_and_ps(_mm_mul_ps(gain, _mm_rcp_ps(cost)), _mm_cmpgt_ps(cost, _mm_setzero_ps()));
-        greatest = _mm_max_ps(slope, greatest);
-        _mm_store_ps(slopes + at, slope);
-    }
-    return Greatest(greatest);
-}
-
-// The steepest step from `from`, among equals the nearest. Only steps whose rough slopes come near the greatest are looked at
-// exactly.
-HullStep SteepestStep(const HullPoints& points, int from) {
-    alignas(16) float slopes[SCRATCH_CANDIDATES];
-    const __m128 near = _mm_set1_ps(RoughSlopes(slopes, points, from) * ROUGHNESS);
-    HullStep step = StepTo(points, from, points.best);
-    for (int at = 0; at < points.padded; at += STEP) {
-        const __m128 lower = _mm_cmpge_ps(_mm_load_ps(slopes + at), near);
-        const __m128 upper = _mm_cmpge_ps(_mm_load_ps(slopes + at + LANES), near);
-        unsigned lanes =
-            static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi32(_mm_castps_si128(lower), _mm_castps_si128(upper))));
-        for (; lanes != 0; lanes &= lanes - 1) {
-            const int entry = at + (__builtin_ctz(lanes) >> 1);
-            lanes &= lanes - 1; // an entry has two bits
-            Improve(&step, StepTo(points, from, entry));
-        }
-    }
-    return step;
-}
-
-// The points of the hull in `kept`, and whether one of them behind the first has twins. Returns how many, or -1 if the plain
-// way has to be gone.
-int FindHull(uint16_t* kept, bool* twins, const BlockCandidate* list, int count) {
-    HullPoints points;
-    if (!TakePoints(&points, list, count)) return -1;
-    int found = 0;
-    *twins = false;
-    int at = points.cheapest;
-    kept[found++] = static_cast<uint16_t>(at);
-    while (points.errors[at] != points.errors[points.best]) {
-        const HullStep step = SteepestStep(points, at);
-        *twins |= step.twin;
-        at = step.to;
-        kept[found++] = static_cast<uint16_t>(at);
-    }
-    return found;
-}
-
-#else
-
-int FindHull(uint16_t*, bool*, const BlockCandidate*, int) {
-    return -1;
-}
-
-#endif
 
 inline void OrderKeys(uint64_t* low, uint64_t* high) {
     const uint64_t a = *low;
@@ -319,9 +142,61 @@ int FindStairs(uint16_t* kept, const BlockCandidate* list, int count) {
     return found;
 }
 
+#if defined(__SSE2__)
+
+struct FourLanes {
+    using Vector = __m128;
+    static constexpr int COUNT = 4;
+    static Vector Load(const float* at) { return _mm_loadu_ps(at); }
+    static void Store(float* at, Vector v) { _mm_storeu_ps(at, v); }
+    static Vector Set(float value) { return _mm_set1_ps(value); }
+    static Vector Sub(Vector a, Vector b) { return _mm_sub_ps(a, b); }
+    static Vector Min(Vector a, Vector b) { return _mm_min_ps(a, b); }
+    static Vector Max(Vector a, Vector b) { return _mm_max_ps(a, b); }
+    // gain / cost, roughly; 0 where the cost isn't above 0.
+    static Vector Slope(Vector gain, Vector cost) {
+        return _mm_and_ps(_mm_mul_ps(gain, _mm_rcp_ps(cost)), _mm_cmpgt_ps(cost, _mm_setzero_ps()));
+    }
+    static uint32_t Equal(Vector a, Vector b) { return static_cast<uint32_t>(_mm_movemask_ps(_mm_cmpeq_ps(a, b))); }
+    static uint32_t NotLess(Vector a, Vector b) { return static_cast<uint32_t>(_mm_movemask_ps(_mm_cmpge_ps(a, b))); }
+    static float Least(Vector v) {
+        v = _mm_min_ps(v, _mm_movehl_ps(v, v));
+        return _mm_cvtss_f32(_mm_min_ss(v, _mm_shuffle_ps(v, v, 1)));
+    }
+    static float Greatest(Vector v) {
+        v = _mm_max_ps(v, _mm_movehl_ps(v, v));
+        return _mm_cvtss_f32(_mm_max_ss(v, _mm_shuffle_ps(v, v, 1)));
+    }
+    // Four entries, three words each, as numbers. Not 0 if one of theirs is out of bounds.
+    static uint32_t Take(Vector* bits, Vector* errors, const BlockCandidate* list) {
+        const float* words = reinterpret_cast<const float*>(list);
+        const Vector x = _mm_loadu_ps(words);                                // b0 e0 -- b1
+        const Vector y = _mm_loadu_ps(words + 4);                            // e1 -- b2 e2
+        const Vector z = _mm_loadu_ps(words + 8);                            // -- b3 e3 --
+        const Vector upper = _mm_shuffle_ps(y, z, _MM_SHUFFLE(2, 1, 3, 2));  // b2 e2 b3 e3
+        const Vector middle = _mm_shuffle_ps(x, y, _MM_SHUFFLE(0, 0, 1, 1)); // e0 e0 e1 e1
+        const __m128i b = _mm_castps_si128(_mm_shuffle_ps(x, upper, _MM_SHUFFLE(2, 0, 3, 0)));
+        const __m128i e = _mm_castps_si128(_mm_shuffle_ps(middle, upper, _MM_SHUFFLE(3, 1, 2, 0)));
+        *bits = _mm_cvtepi32_ps(b);
+        *errors = _mm_cvtepi32_ps(e);
+        const __m128i above = _mm_srli_epi32(_mm_or_si128(b, e), HULL_WIDTH);
+        return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi32(above, _mm_setzero_si128()))) ^ 0xffff;
+    }
+};
+
+#endif
+
 } // namespace
 
-// Jarvis' march: from each point of the hull all entries are looked at for the next one. The hull of a block's list is short.
+int FindHull(uint16_t* kept, bool* twins, const BlockCandidate* list, int count) {
+#if defined(__SSE2__)
+    return FindHullIn<FourLanes>(kept, twins, list, count);
+#else
+    (void)kept, (void)twins, (void)list, (void)count;
+    return -1;
+#endif
+}
+
 int PruneHull(BlockCandidate* list, int count) {
     if (count < 1) return 0;
     uint16_t kept[SCRATCH_CANDIDATES];
@@ -339,10 +214,10 @@ int PruneHull(BlockCandidate* list, int count) {
 
 // What PruneRuns takes out of a part of the list is on no hull, or else the twin of an entry that stays. So it needn't be
 // taken out, unless a point of the hull has twins.
-int PruneHullOverRuns(BlockCandidate* list, int count, int first, int last) {
+int PruneHullOverRuns(BlockCandidate* list, int count, int first, int last, FindHullKernel findHull) {
     uint16_t kept[SCRATCH_CANDIDATES];
     bool twins = false;
-    const int found = count >= 1 && count <= SCRATCH_CANDIDATES ? FindHull(kept, &twins, list, count) : -1;
+    const int found = count >= 1 && count <= SCRATCH_CANDIDATES ? findHull(kept, &twins, list, count) : -1;
     if (found >= 0 && !twins) {
         Gather(list, kept, found);
         return found;

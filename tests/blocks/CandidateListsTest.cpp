@@ -131,7 +131,7 @@ TEST(CandidateLists, QuickWaysEqualThePlainRules) {
         const int runs = PruneRunsPlain(plain.data() + from, to - from);
         std::copy(plain.begin() + to, plain.end(), plain.begin() + from + runs);
         const int plainCount = PruneHullPlain(plain.data(), count - (to - from) + runs);
-        ExpectSame(quick.data(), PruneHullOverRuns(quick.data(), count, from, to), plain.data(), plainCount);
+        ExpectSame(quick.data(), PruneHullOverRuns(quick.data(), count, from, to, FindHull), plain.data(), plainCount);
         quick = plain = list;
         ExpectSame(quick.data(), PruneRuns(quick.data(), count), plain.data(), PruneRunsPlain(plain.data(), count));
         ASSERT_FALSE(HasFailure()) << "round " << round;

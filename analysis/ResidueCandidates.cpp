@@ -2,6 +2,7 @@
 // No stream is written: where an event lies and what it shows follow from the residual. A walk goes through the planes as the
 // writer and the reader of a stream do, and counts the bits. A plane of many coefficients is one word, so that only those with
 // an event are looked at one by one.
+#include <algorithm>
 #include <cstring>
 
 #include "analysis/Evaluators.h"
@@ -58,18 +59,19 @@ struct LadderBlock {
     const int8_t* residual;
 };
 
-// The candidates so far.
+// The events so far, in order. A plane's last may be followed by room that has been written to.
 struct Ladder {
-    BlockCandidate* list;
+    uint16_t costs[MAX_RESIDUE_STEPS + BLOCK_SAMPLES];  // bits of the stream up to the event's end
+    uint8_t numbers[MAX_RESIDUE_STEPS + BLOCK_SAMPLES]; // of the coefficient, in walk order; kept if the block wraps
     int count;
-    uint32_t cost;  // of the stream up to here and all that candidates cost besides
-    uint32_t error; // as shown up to here
+    int planeEnds[8]; // by plane: the count behind it
+    uint32_t bits;    // of the stream up to here
 };
 
-// Coefficients in some order: magnitudes, and numbers in walk order.
+// Coefficients in some order: magnitudes, and numbers in walk order, which are kept if the block wraps.
 struct Coefficients {
-    uint8_t magnitudes[BLOCK_SAMPLES];
-    uint8_t numbers[BLOCK_SAMPLES];
+    uint8_t magnitudes[BLOCK_SAMPLES + GROUP_SIZE];
+    uint8_t numbers[BLOCK_SAMPLES + GROUP_SIZE];
 };
 
 // Where the walk stands.
@@ -120,88 +122,68 @@ uint8_t MeasureTree(LadderBlock* block) {
     return all;
 }
 
-// A coefficient of this magnitude and number gets its bit of the plane: what is shown comes nearer to the source by the weight
-// unless the block WRAPS. The event ends at `cost`. Its candidate is written in any case, and stays if the event `happens`.
-// True if the ladder ends here.
-template <bool WRAPS>
-inline bool AddEvent(Ladder* ladder, const LadderBlock& block, uint32_t plane, int magnitude, int number, uint32_t cost,
-                     bool happens) {
-    const int weight = 1 << plane;
-    uint32_t change = static_cast<uint32_t>(-weight);
-    if (WRAPS) {
-        const int at = WALK_ORDER[number];
-        const int shown = magnitude & -weight;
-        const int before = shown - weight;
-        const bool negative = block.residual[at] < 0;
-        change = ShownError(block.src[at], block.moved[at], negative ? -shown : shown) -
-                 ShownError(block.src[at], block.moved[at], negative ? -before : before);
-    }
-    ladder->error += happens ? change : 0;
-    ladder->list[ladder->count] = {cost, ladder->error, static_cast<uint16_t>(ladder->count), MODE_RESIDUE};
-    ladder->count += happens;
-    return ladder->count == MAX_RESIDUE_STEPS || ladder->error == 0;
-}
-
 // A bit for each coefficient that has shown; an event if it is set.
-template <bool WRAPS> inline bool RefineShown(Ladder* ladder, const LadderWalk& walk, const LadderBlock& block) {
+template <bool WRAPS> inline void RefineShown(Ladder* ladder, const LadderWalk& walk) {
     uint64_t events = BitOfEach(walk.shown.magnitudes, walk.plane);
     if (walk.shownCount < BLOCK_SAMPLES) events &= (uint64_t(1) << walk.shownCount) - 1;
     for (; events != 0; events &= events - 1) {
         const int i = __builtin_ctzll(events);
-        const uint32_t cost = ladder->cost + static_cast<uint32_t>(i + 1) * BIT;
-        if (AddEvent<WRAPS>(ladder, block, walk.plane, walk.shown.magnitudes[i], walk.shown.numbers[i], cost, true))
-            return true;
+        ladder->costs[ladder->count] = static_cast<uint16_t>(ladder->bits + static_cast<uint32_t>(i) + 1);
+        if (WRAPS) ladder->numbers[ladder->count] = walk.shown.numbers[i];
+        ladder->count++;
     }
-    ladder->cost += static_cast<uint32_t>(walk.shownCount) * BIT;
-    return false;
+    ladder->bits += static_cast<uint32_t>(walk.shownCount);
 }
 
 // A flag for each coefficient that waits; an event, and a sign, if it shows.
-template <bool WRAPS> inline bool PassWaiting(Ladder* ladder, LadderWalk* walk, const LadderBlock& block) {
+template <bool WRAPS> inline void PassWaiting(Ladder* ladder, LadderWalk* walk) {
     const uint64_t showing = BitOfEach(walk->opened.magnitudes, walk->plane) & walk->waiting;
     uint32_t signs = 0;
     for (uint64_t left = showing; left != 0; left &= left - 1) {
         const int i = __builtin_ctzll(left);
         signs++;
         const uint64_t upTo = (uint64_t(2) << i) - 1;
-        const uint32_t cost = ladder->cost + (CountBits(walk->waiting & upTo) + signs) * BIT;
+        ladder->costs[ladder->count] = static_cast<uint16_t>(ladder->bits + CountBits(walk->waiting & upTo) + signs);
         walk->shown.magnitudes[walk->shownCount] = walk->opened.magnitudes[i];
-        walk->shown.numbers[walk->shownCount] = walk->opened.numbers[i];
+        if (WRAPS) {
+            ladder->numbers[ladder->count] = walk->opened.numbers[i];
+            walk->shown.numbers[walk->shownCount] = walk->opened.numbers[i];
+        }
         walk->shownCount++;
-        if (AddEvent<WRAPS>(ladder, block, walk->plane, walk->opened.magnitudes[i], walk->opened.numbers[i], cost,
-                            true))
-            return true;
+        ladder->count++;
     }
-    ladder->cost += (CountBits(walk->waiting) + signs) * BIT;
+    ladder->bits += CountBits(walk->waiting) + signs;
     walk->waiting ^= showing;
-    return false;
 }
 
 // A group opens: a flag for each of its four; an event, and a sign, if it shows. Else it waits.
-template <bool WRAPS> inline bool OpenGroup(Ladder* ladder, LadderWalk* walk, const LadderBlock& block, int group) {
+template <bool WRAPS> inline void OpenGroup(Ladder* ladder, LadderWalk* walk, const LadderBlock& block, int group) {
     for (int k = 0; k < GROUP_SIZE; k++) {
         const uint8_t magnitude = block.groups[group][k];
         const uint8_t number = static_cast<uint8_t>(group * GROUP_SIZE + k);
         const uint32_t shows = magnitude >> walk->plane & 1;
         walk->openedFront--;
         walk->opened.magnitudes[walk->openedFront] = magnitude;
-        walk->opened.numbers[walk->openedFront] = number;
         walk->waiting |= uint64_t(shows ^ 1) << walk->openedFront;
         walk->shown.magnitudes[walk->shownCount] = magnitude;
-        walk->shown.numbers[walk->shownCount] = number;
+        ladder->bits += 1 + shows;
+        ladder->costs[ladder->count] = static_cast<uint16_t>(ladder->bits);
+        if (WRAPS) {
+            walk->opened.numbers[walk->openedFront] = number;
+            walk->shown.numbers[walk->shownCount] = number;
+            ladder->numbers[ladder->count] = number;
+        }
         walk->shownCount += static_cast<int>(shows);
-        ladder->cost += (1 + shows) * BIT;
-        if (AddEvent<WRAPS>(ladder, block, walk->plane, magnitude, number, ladder->cost, shows != 0)) return true;
+        ladder->count += static_cast<int>(shows);
     }
-    return false;
 }
 
-template <bool WRAPS> inline bool PassTree(Ladder* ladder, LadderWalk* walk, const LadderBlock& block) {
+template <bool WRAPS> inline void PassTree(Ladder* ladder, LadderWalk* walk, const LadderBlock& block) {
     int kept = 0;
     for (int at = 0; at < walk->nodeCount; at++) {
         uint8_t node = walk->nodes[at];
         for (;;) {
-            ladder->cost += BIT;
+            ladder->bits++;
             if (block.nodeBits[node] >> walk->plane == 0) {
                 walk->nodes[kept++] = node;
                 break;
@@ -212,16 +194,16 @@ template <bool WRAPS> inline bool PassTree(Ladder* ladder, LadderWalk* walk, con
                 node = Node(n, NODE_FOUR);
                 continue;
             }
-            if (OpenGroup<WRAPS>(ladder, walk, block, n / GROUP_SIZE)) return true;
+            OpenGroup<WRAPS>(ladder, walk, block, n / GROUP_SIZE);
             if (KindOfNode(node) == NODE_FOUR) break;
             node = Node(n + GROUP_SIZE, NODE_SIXTEEN);
         }
     }
     walk->nodeCount = kept;
-    return false;
 }
 
-template <bool WRAPS> int ListLadder(Ladder ladder, const LadderBlock& block, uint32_t planes) {
+// Goes through the planes until there are as many events as a payload can name.
+template <bool WRAPS> void WalkPlanes(Ladder* ladder, const LadderBlock& block, uint32_t planes) {
     LadderWalk walk;
     std::memset(walk.shown.magnitudes, 0, BLOCK_SAMPLES); // read as a whole
     std::memset(walk.opened.magnitudes, 0, BLOCK_SAMPLES);
@@ -230,20 +212,57 @@ template <bool WRAPS> int ListLadder(Ladder ladder, const LadderBlock& block, ui
     walk.waiting = 0;
     walk.nodeCount = static_cast<int>(sizeof RESIDUE_NODES);
     std::memcpy(walk.nodes, RESIDUE_NODES, sizeof RESIDUE_NODES);
+    ladder->count = 0;
+    ladder->bits = HEAD_BITS;
     for (walk.plane = planes; walk.plane-- > 0;) {
-        if (RefineShown<WRAPS>(&ladder, walk, block)) break;
-        if (PassWaiting<WRAPS>(&ladder, &walk, block)) break;
-        if (PassTree<WRAPS>(&ladder, &walk, block)) break;
+        if (ladder->count < MAX_RESIDUE_STEPS) {
+            // A coefficient has at most one event a plane, so there is room for a plane's.
+            RefineShown<WRAPS>(ladder, walk);
+            PassWaiting<WRAPS>(ladder, &walk);
+            PassTree<WRAPS>(ladder, &walk, block);
+        }
+        ladder->planeEnds[walk.plane] = std::min(ladder->count, MAX_RESIDUE_STEPS);
     }
-    return ladder.count;
+}
+
+// Each event brings what is shown nearer to the source by its plane's weight. The last one ends at the source itself.
+int ListNearing(BlockCandidate* list, const Ladder& ladder, uint32_t planes, uint32_t fixedCost, uint32_t error) {
+    int count = 0;
+    for (uint32_t plane = planes; plane-- > 0;) {
+        for (; count < ladder.planeEnds[plane]; count++) {
+            error -= 1u << plane;
+            list[count] = {fixedCost + ladder.costs[count] * BIT, error, static_cast<uint16_t>(count), MODE_RESIDUE};
+        }
+    }
+    return count;
+}
+
+// The same for a block that wraps: what an event shows may be farther from the source, or may be the source by chance.
+int ListWrapping(BlockCandidate* list, const Ladder& ladder, const LadderBlock& block, uint32_t planes,
+                 uint32_t fixedCost, uint32_t error) {
+    int count = 0;
+    for (uint32_t plane = planes; plane-- > 0;) {
+        const int weight = 1 << plane;
+        for (; count < ladder.planeEnds[plane]; count++) {
+            const int at = WALK_ORDER[ladder.numbers[count]];
+            const int value = block.residual[at];
+            const int shown = (value < 0 ? -value : value) & -weight;
+            const int before = shown - weight;
+            error += ShownError(block.src[at], block.moved[at], value < 0 ? -shown : shown) -
+                     ShownError(block.src[at], block.moved[at], value < 0 ? -before : before);
+            list[count] = {fixedCost + ladder.costs[count] * BIT, error, static_cast<uint16_t>(count), MODE_RESIDUE};
+            if (error == 0) return count + 1;
+        }
+    }
+    return count;
 }
 
 } // namespace
 
 int ResidueCandidates(BlockCandidate* list, const uint8_t* src, const int8_t* residual, const uint8_t* moved,
                       uint32_t motionBits) {
-    const Ladder ladder = {list, 0, (RESIDUE_HEAD_BITS + HEAD_BITS) * BIT + motionBits, SadBlock(src, moved)};
-    if (ladder.error == 0) return 0;
+    const uint32_t error = SadBlock(src, moved);
+    if (error == 0) return 0;
     LadderBlock block;
     block.src = src;
     block.moved = moved;
@@ -252,9 +271,15 @@ int ResidueCandidates(BlockCandidate* list, const uint8_t* src, const int8_t* re
     const uint32_t planes = BitLength(MeasureTree(&block));
     // Beside a -128 all weights are negative.
     if (planes == 8) return ResidueCandidatesPlain(list, src, residual, moved, motionBits);
+    const uint32_t fixedCost = RESIDUE_HEAD_BITS * BIT + motionBits;
+    Ladder ladder;
     // A residual that hasn't wrapped is the distance itself; one that has is less.
-    const bool wraps = ladder.error != SadColour(block.groups[0], BLOCK_SAMPLES, 0);
-    return wraps ? ListLadder<true>(ladder, block, planes) : ListLadder<false>(ladder, block, planes);
+    if (error == SadColour(block.groups[0], BLOCK_SAMPLES, 0)) {
+        WalkPlanes<false>(&ladder, block, planes);
+        return ListNearing(list, ladder, planes, fixedCost, error);
+    }
+    WalkPlanes<true>(&ladder, block, planes);
+    return ListWrapping(list, ladder, block, planes, fixedCost, error);
 }
 
 // The stream is written once, in full, and read back as a decoder would. Each event changes one sample, so the error is

@@ -216,12 +216,18 @@ static inline int ListRuns(BlockCandidate* list, const uint8_t* block, const uin
         candidate->payload = (uint16_t)((uint32_t)order * 256 + threshold);
         candidate->mode = MODE_RUN;
 
-        const __m128i step = Lanes::Least(state.steps, state.starts); // in all lanes
-        threshold = ((uint32_t)_mm_cvtsi128_si32(step) & 255) + 1;
-        if (threshold == NEVER + 1) return count;
+        // Mostly the next threshold is this one and one. The processor guesses so and need not wait for the least step.
+        uint64_t growing = Lanes::EqualTo(state.steps, _mm_set1_epi8((char)threshold)) & state.starts;
+        if (growing == 0) {
+            const __m128i step = Lanes::Least(state.steps, state.starts); // in all lanes
+            threshold = (uint32_t)_mm_cvtsi128_si32(step) & 255;
+            growing = Lanes::EqualTo(state.steps, step) & state.starts;
+        }
+        if (threshold == NEVER) return count;
+        threshold++;
         for (int first = 0; first < BLOCK_SAMPLES; first += Lanes::COUNT)
             MeasureRuns<Lanes>(&tables, first, Lanes::Set((uint8_t)threshold));
-        Recut(&state, &tables, Lanes::EqualTo(state.steps, step) & state.starts);
+        Recut(&state, &tables, growing);
     }
 }
 

@@ -33,10 +33,11 @@ struct ThirtyTwoLanes {
         return _mm_add_epi64(_mm256_castsi256_si128(sums), _mm256_extracti128_si256(sums, 1));
     }
 
-    // One less in the lanes whose step isn't below the threshold.
-    static Part LessWhereReached(Part counts, Part steps, Part threshold) {
-        return _mm256_add_epi8(counts, _mm256_cmpeq_epi8(Max(steps, threshold), steps));
-    }
+    // Flags of lanes, all bits set or none. Turned round: those whose step is below the threshold have none.
+    static Part Below(Part steps, Part threshold) { return _mm256_cmpeq_epi8(Max(steps, threshold), steps); }
+    static Part Choose(Part flags, Part unset, Part set) { return _mm256_blendv_epi8(set, unset, flags); }
+    static Part Only(Part flags, uint8_t value) { return _mm256_andnot_si256(flags, Set(value)); }
+    static Part AddWhere(Part v, Part flags, uint8_t value) { return _mm256_add_epi8(v, Only(flags, value)); }
 
     // Bytes of `order` that name a sample of the i-th 16 fetch it, others 0.
     static Part Fetch(Part samples, Part order, int i) {

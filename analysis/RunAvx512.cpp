@@ -49,9 +49,11 @@ struct SixtyFourLanes {
         return _mm_add_epi64(_mm256_castsi256_si128(half), _mm256_extracti128_si256(half, 1));
     }
 
-    // One less in the lanes whose step isn't below the threshold.
-    static Part LessWhereReached(Part counts, Part steps, Part threshold) {
-        return _mm512_mask_sub_epi8(counts, _mm512_cmpge_epu8_mask(steps, threshold), counts, Set(1));
+    static __mmask64 Below(Part steps, Part threshold) { return _mm512_cmplt_epu8_mask(steps, threshold); }
+    static Part Choose(__mmask64 flags, Part unset, Part set) { return _mm512_mask_mov_epi8(unset, flags, set); }
+    static Part Only(__mmask64 flags, uint8_t value) { return _mm512_maskz_set1_epi8(flags, (char)value); }
+    static Part AddWhere(Part v, __mmask64 flags, uint8_t value) {
+        return _mm512_mask_add_epi8(v, flags, v, Set(value));
     }
 
     static Block Scan(const uint8_t* block, const uint8_t* order) {

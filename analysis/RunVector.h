@@ -102,13 +102,23 @@ template <class Lanes> static inline void MakeSteps(RunTables* tables, int first
     Lanes::Store(tables->zeroSteps + first, zeroStep);
 }
 
-// How far the runs at a threshold reach from the starts in one part: over all steps below it.
+// How far the runs at a threshold reach from the starts in one part: over all steps below it, which are the first ones. Their
+// number, 0 to 15, is found bit by bit from the top.
 template <class Lanes>
 static inline void MeasureRuns(RunTables* tables, int first, const typename Lanes::Part& threshold) {
-    typename Lanes::Part lasts = Lanes::Set(LONGEST_RUN - 1);
-#pragma GCC unroll 16
-    for (int i = 0; i < LONGEST_RUN - 1; i++)
-        lasts = Lanes::LessWhereReached(lasts, Lanes::Load(tables->steps[i] + first), threshold);
+    using Part = typename Lanes::Part;
+    const auto step = [&](int i) { return Lanes::Load(tables->steps[i] + first); };
+    const auto eight = Lanes::Below(step(7), threshold);
+    const auto four = Lanes::Below(Lanes::Choose(eight, step(3), step(11)), threshold);
+    const auto inFour = [&](int i) { return Lanes::Choose(four, step(i), step(i + 4)); };
+    const auto two = Lanes::Below(Lanes::Choose(eight, inFour(1), inFour(9)), threshold);
+    const auto inTwo = [&](int i) { return Lanes::Choose(two, step(i), step(i + 2)); };
+    const auto inSix = [&](int i) { return Lanes::Choose(four, inTwo(i), inTwo(i + 4)); };
+    const auto one = Lanes::Below(Lanes::Choose(eight, inSix(0), inSix(8)), threshold);
+    Part lasts = Lanes::Only(eight, 8);
+    lasts = Lanes::AddWhere(lasts, four, 4);
+    lasts = Lanes::AddWhere(lasts, two, 2);
+    lasts = Lanes::AddWhere(lasts, one, 1);
     Lanes::StoreForBytes(tables->lasts + first, lasts);
 }
 

@@ -105,21 +105,38 @@ static inline int BoundPositions(int16_t* bounds, const MotionTask* task, const 
     return Lanes::Least(least);
 }
 
-// Lists the positions whose bound does not exceed `bar`, row * ROW_LANES + lane each. Returns how many.
+// Positions whose bound does not exceed a bar.
+struct Survivors {
+    uint32_t lanes[MOST_POSITIONS]; // by row a bit for each position
+    uint32_t rows;                  // a bit for each row that has any
+};
+
 template <class Lanes>
-static inline int ListSurvivors(uint16_t* list, const int16_t* bounds, int rows, int columns, int bar) {
+static inline void FindSurvivors(Survivors* found, const int16_t* bounds, int rows, int columns, uint32_t bar) {
+    found->rows = 0;
+    for (int row = 0; row < rows; row++, bounds += ROW_LANES) {
+        uint32_t lanes = 0;
+        for (int first = 0; first < columns; first += Lanes::COUNT)
+            lanes |= Lanes::MaskUpTo(bounds + first, (int16_t)bar) << first;
+        found->lanes[row] = lanes;
+        found->rows |= (uint32_t)(lanes != 0) << row;
+    }
+}
+
+static inline int CountSurvivors(const Survivors* found, int rows) {
     int count = 0;
-    for (int row = 0; row < rows; row++) {
+    for (int row = 0; row < rows; row++) count += __builtin_popcount(found->lanes[row]);
+    return count;
+}
+
+// The first position whose bound is `least`, row * ROW_LANES + lane.
+template <class Lanes> static inline int FirstLeast(const int16_t* bounds, int columns, int least) {
+    for (int row = 0;; row++) {
         for (int first = 0; first < columns; first += Lanes::COUNT) {
-            const int at = row * ROW_LANES + first;
-            uint32_t mask = Lanes::MaskUpTo(bounds + at, (int16_t)bar);
-            while (mask != 0) {
-                list[count++] = (uint16_t)(at + __builtin_ctz(mask));
-                mask &= mask - 1;
-            }
+            const uint32_t lanes = Lanes::MaskUpTo(bounds + row * ROW_LANES + first, (int16_t)least);
+            if (lanes != 0) return row * ROW_LANES + first + __builtin_ctz(lanes);
         }
     }
-    return count;
 }
 
 // `measureAll`, if there is one, offers every position.
@@ -135,7 +152,6 @@ static inline Displacement SearchByBounds(const MotionTask* task,
     const int columns = task->right - task->left + 1;
     int16_t quarters[4];
     alignas(64) int16_t bounds[MOST_POSITIONS * ROW_LANES];
-    uint16_t survivors[MOST_POSITIONS * ROW_LANES];
     SumQuarters(&source, quarters);
     const int least = BoundPositions<Lanes>(bounds, task, quarters);
     const auto measure = [&](int place) {
@@ -143,14 +159,19 @@ static inline Displacement SearchByBounds(const MotionTask* task,
         const int dy = task->up + place / ROW_LANES;
         Offer(&best, SadOfBlock(&source, task->reference + dy * task->pitch + dx, task->pitch), OrderOf(dx, dy));
     };
-    if (ListSurvivors<Lanes>(survivors, bounds, rows, columns, least) > 0) measure(survivors[0]);
-    const int count = ListSurvivors<Lanes>(survivors, bounds, rows, columns, (int)best.error);
-    if (count > MANY_SURVIVORS && measureAll != nullptr) {
+    measure(FirstLeast<Lanes>(bounds, columns, least));
+    Survivors survivors;
+    FindSurvivors<Lanes>(&survivors, bounds, rows, columns, best.error);
+    if (measureAll != nullptr && CountSurvivors(&survivors, rows) > MANY_SURVIVORS) {
         measureAll(&best, task, &source);
         return DisplacementOf(best.order);
     }
-    for (int i = 0; i < count; i++) {
-        if ((uint32_t)bounds[survivors[i]] <= best.error) measure(survivors[i]);
+    for (uint32_t left = survivors.rows; left != 0; left &= left - 1) {
+        const int row = __builtin_ctz(left);
+        for (uint32_t lanes = survivors.lanes[row]; lanes != 0; lanes &= lanes - 1) {
+            const int place = row * ROW_LANES + __builtin_ctz(lanes);
+            if ((uint32_t)bounds[place] <= best.error) measure(place);
+        }
     }
     return DisplacementOf(best.order);
 }

@@ -1,0 +1,56 @@
+// NodeGroups.h - what the writers of DCT and residue strings share. Of a plane's pass everything is known beforehand as one word,
+// bit n for the value of number n in the walk: which values have been reached, which of them show in this plane, which are
+// negative. A group of four is four bits of each, and what becomes of it is a matter of tables. Which values show can't be
+// foreseen, so there are few branches on it.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "bitstream/NodeList.h"
+#include "format/BlockFormat.h"
+
+namespace vorn {
+
+constexpr uint32_t GROUP_CASES = 1 << GROUP_SIZE;
+constexpr uint32_t EACH_PLACE = 0x01010101; // times a number: added to all four places of a word
+constexpr int WAITING_ROOM = BLOCK_SAMPLES;
+constexpr int TREE_ROOM = 16; // nodes of a list but for those that wait: up to six to begin with, nine that join
+
+// Where the four of a group go, by those that show: bit i for the i-th.
+struct GroupOrder {
+    uint32_t showing; // places in the group of those that show, the first one in the lowest byte
+    uint32_t
+        waiting; // of the others, the first one in the highest byte: the last to join is the first of the next pass
+    uint8_t showCount; // how many show
+};
+
+constexpr std::array<GroupOrder, GROUP_CASES> MakeGroupOrders() {
+    std::array<GroupOrder, GROUP_CASES> orders = {};
+    for (uint32_t shows = 0; shows < GROUP_CASES; shows++) {
+        GroupOrder& order = orders[shows];
+        uint32_t waitCount = 0;
+        for (uint32_t i = 0; i < GROUP_SIZE; i++) {
+            if ((shows >> i & 1) != 0)
+                order.showing |= i << (8 * order.showCount++);
+            else
+                order.waiting |= i << (24 - 8 * waitCount++);
+        }
+    }
+    return orders;
+}
+inline constexpr std::array<GroupOrder, GROUP_CASES> GROUP_ORDERS = MakeGroupOrders();
+
+// Bit i is set if byte i of the first `count` has bit number `bit`. Reads up to seven bytes more.
+inline uint64_t BitOfEach(const uint8_t* bytes, uint32_t count, uint32_t bit) {
+    uint64_t found = 0;
+    for (uint32_t i = 0; i < count; i += 8) {
+        uint64_t eight = 0;
+        for (uint32_t k = 8; k > 0; k--) eight = eight << 8 | bytes[i + k - 1];
+        eight = eight >> bit & 0x0101010101010101u;
+        found |= (eight * 0x0102040810204080u >> 56) << i; // moves the bits next to each other
+    }
+    return count < BLOCK_SAMPLES ? found & ((uint64_t{1} << count) - 1) : found;
+}
+
+} // namespace vorn

@@ -4,6 +4,8 @@
 namespace vorn::bench {
 
 void RegisterAnalysis(); // kernels, evaluators and passes of block analysis
-void RegisterMovies();   // whole movies, and the stages around analysis
+void RegisterStages();   // what a frame goes through before and after analysis
+void RegisterMovies();   // whole movies
+void RegisterFiles();    // sound, and the copying of movies
 
 } // namespace vorn::bench

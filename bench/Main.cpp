@@ -5,7 +5,9 @@
 
 int main(int count, char** arguments) {
     vorn::bench::RegisterAnalysis();
+    vorn::bench::RegisterStages();
     vorn::bench::RegisterMovies();
+    vorn::bench::RegisterFiles();
     benchmark::Initialize(&count, arguments);
     if (benchmark::ReportUnrecognizedArguments(count, arguments)) return 2;
     benchmark::RunSpecifiedBenchmarks();

@@ -1,4 +1,4 @@
-// MovieBench.cpp - whole movies at every level of the processor, by workers and look-ahead, and intake by itself.
+// MovieBench.cpp - whole movies at every level of the processor, by workers and by look-ahead.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -41,32 +41,6 @@ void Movie(benchmark::State& state, CpuLevel level, uint32_t workers, int32_t lo
     state.counters["frames_s"] = benchmark::Counter(clip.frames, benchmark::Counter::kIsIterationInvariantRate);
 }
 
-// Against the time of only reading the frame's pixels.
-void Conversion(benchmark::State& state) {
-    const Clip& clip = TheClip();
-    const size_t samples = size_t(clip.width + 8) * (clip.height + 8);
-    std::vector<uint8_t> y(samples), cr(samples), cb(samples), alpha(samples);
-    uint32_t frame = 0;
-    for (auto _ : state) {
-        ConvertFrame(y.data(), cr.data(), cb.data(), alpha.data(), clip.Frame(frame), clip.width * 4, clip.width,
-                     clip.height);
-        benchmark::DoNotOptimize(y.data());
-        frame = (frame + 1) % clip.frames;
-    }
-}
-
-void ReadPixels(benchmark::State& state) {
-    const Clip& clip = TheClip();
-    uint32_t frame = 0;
-    for (auto _ : state) {
-        const uint8_t* pixels = clip.Frame(frame);
-        uint64_t sum = 0;
-        for (size_t i = 0; i < size_t(clip.width) * clip.height * 4; i += 64) sum += pixels[i];
-        benchmark::DoNotOptimize(sum);
-        frame = (frame + 1) % clip.frames;
-    }
-}
-
 } // namespace
 
 void RegisterMovies() {
@@ -77,7 +51,7 @@ void RegisterMovies() {
         })->Unit(benchmark::kMillisecond);
     }
     const CpuLevel best = Levels().back();
-    for (uint32_t workers : {1u, 2u, 4u}) {
+    for (uint32_t workers : {1u, 2u, 3u, 4u, 8u}) {
         const std::string name = "movie/workers:" + std::to_string(workers);
         benchmark::RegisterBenchmark(name.c_str(), [=](benchmark::State& state) { Movie(state, best, workers, 16); })
             ->Unit(benchmark::kMillisecond)
@@ -89,8 +63,6 @@ void RegisterMovies() {
             Movie(state, best, 1, lookAhead);
         })->Unit(benchmark::kMillisecond);
     }
-    benchmark::RegisterBenchmark("conversion", Conversion)->Unit(benchmark::kMicrosecond);
-    benchmark::RegisterBenchmark("conversion/onlyReading", ReadPixels)->Unit(benchmark::kMicrosecond);
 }
 
 } // namespace vorn::bench

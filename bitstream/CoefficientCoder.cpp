@@ -51,7 +51,7 @@ void WalkCoefficients(WalkedBlock* block, const int16_t* coefficients) {
         signs[n] = values[n] < 0;
     }
     for (int n = 0; n < BLOCK_SAMPLES; n++) all = static_cast<uint16_t>(all | block->magnitudes[n]);
-    block->negative = BitOfEach(signs, BLOCK_SAMPLES, 0);
+    block->negative = BitOfEach(signs, 0);
     block->planes = BitLength(all);
 }
 
@@ -68,7 +68,7 @@ void StartPlane(CoefficientWalk* walk, const WalkedBlock& block, uint32_t plane)
     for (int n = 0; n < BLOCK_SAMPLES; n++) marks[n] = block.magnitudes[n] >= least;
     const uint64_t before = walk->reached;
     walk->plane = plane;
-    walk->reached = BitOfEach(marks, BLOCK_SAMPLES, 0);
+    walk->reached = BitOfEach(marks, 0);
     walk->shows = walk->reached ^ before;
 }
 

@@ -10,6 +10,10 @@
 #include "bitstream/NodeList.h"
 #include "format/BlockFormat.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace vorn {
 
 constexpr uint32_t GROUP_CASES = 1 << GROUP_SIZE;
@@ -41,16 +45,19 @@ constexpr std::array<GroupOrder, GROUP_CASES> MakeGroupOrders() {
 }
 inline constexpr std::array<GroupOrder, GROUP_CASES> GROUP_ORDERS = MakeGroupOrders();
 
-// Bit i is set if byte i of the first `count` has bit number `bit`. Reads up to seven bytes more.
-inline uint64_t BitOfEach(const uint8_t* bytes, uint32_t count, uint32_t bit) {
+// Bit i is set if byte i of 64 has bit number `bit`.
+inline uint64_t BitOfEach(const uint8_t bytes[BLOCK_SAMPLES], uint32_t bit) {
     uint64_t found = 0;
-    for (uint32_t i = 0; i < count; i += 8) {
-        uint64_t eight = 0;
-        for (uint32_t k = 8; k > 0; k--) eight = eight << 8 | bytes[i + k - 1];
-        eight = eight >> bit & 0x0101010101010101u;
-        found |= (eight * 0x0102040810204080u >> 56) << i; // moves the bits next to each other
+#if defined(__SSE2__)
+    const __m128i toTop = _mm_cvtsi32_si128(static_cast<int>(7 - bit));
+    for (int i = 0; i < BLOCK_SAMPLES; i += 16) {
+        const __m128i sixteen = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + i));
+        found |= uint64_t(static_cast<uint32_t>(_mm_movemask_epi8(_mm_sll_epi16(sixteen, toTop)))) << i;
     }
-    return count < BLOCK_SAMPLES ? found & ((uint64_t{1} << count) - 1) : found;
+#else
+    for (int i = 0; i < BLOCK_SAMPLES; i++) found |= uint64_t(bytes[i] >> bit & 1) << i;
+#endif
+    return found;
 }
 
 } // namespace vorn

@@ -95,7 +95,7 @@ void WalkResidual(WalkedResidual* walked, const int8_t* residual) {
         walked->magnitudes[n] = static_cast<uint8_t>(value < 0 ? -value : value);
     }
     for (int n = 0; n < BLOCK_SAMPLES; n++) all |= walked->magnitudes[n];
-    walked->negative = BitOfEach(values, BLOCK_SAMPLES, 7);
+    walked->negative = BitOfEach(values, 7);
     walked->planes = BitLength(all);
 }
 
@@ -185,11 +185,10 @@ void WriteTree(BitWriter* writer, ResidueWalk* walk, uint64_t negative) {
 // The plane's bit of each value that has shown, up to event number `left` if it is among them.
 uint32_t WriteRefinements(BitWriter* writer, const ResidueWalk& walk, const WalkedResidual& residual, ResidueCut* cut,
                           uint64_t left) {
-    uint8_t magnitudes[BLOCK_SAMPLES + 7];
+    uint8_t magnitudes[BLOCK_SAMPLES] = {};
     for (uint32_t i = 0; i < walk.shown; i++) magnitudes[i] = residual.magnitudes[walk.numbers[i]];
-    for (uint32_t i = 0; i < 7; i++) magnitudes[walk.shown + i] = 0;
     uint32_t bits = walk.shown;
-    cut->refined = BitOfEach(magnitudes, bits, cut->plane - 1);
+    cut->refined = BitOfEach(magnitudes, cut->plane - 1);
     const uint32_t ones = CountOnes(cut->refined);
     if (ones >= left) {
         uint64_t behind = cut->refined;
@@ -216,7 +215,7 @@ ResidueCut WriteEvents(BitWriter* writer, ResidueWalk* walk, const WalkedResidua
         if (ones >= left) break;
         left -= ones;
         const uint64_t before = walk->reached;
-        walk->reached |= BitOfEach(residual.magnitudes, BLOCK_SAMPLES, cut.plane - 1);
+        walk->reached |= BitOfEach(residual.magnitudes, cut.plane - 1);
         walk->shows = walk->reached ^ before;
         WriteWaiting(&own, walk, residual.negative);
         WriteTree(&own, walk, residual.negative);

@@ -47,8 +47,10 @@ void AppendOffsets(PlaneCoder* coder, const BlockRecord* record) {
 
 void CollectFill(PlaneCoder* coder, const BlockPlace& place, int side) {
     const auto colour = static_cast<uint8_t>(place.record->chosenPayload);
-    for (int row = 0; row < side; row++)
-        std::memset(place.shown + int64_t{row} * PitchOf(coder), colour, static_cast<size_t>(side));
+    for (int row = 0; row < side; row++) {
+        uint8_t* shown = place.shown + int64_t{row} * PitchOf(coder);
+        for (int i = 0; i < side; i += BLOCK_SIDE) std::memset(shown + i, colour, BLOCK_SIDE); // one store, not a call
+    }
     AppendColour(&coder->colours, colour);
 }
 

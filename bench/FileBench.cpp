@@ -88,32 +88,37 @@ void SoundTrack(benchmark::State& state, bool noise, uint32_t quality) {
     state.counters["realTime"] = benchmark::Counter(SECONDS, benchmark::Counter::kIsIterationInvariantRate);
 }
 
-// A movie of noise in lossless pictures, 400 KB a frame.
-const std::string& LargeMovie() {
-    static const std::string name = [] {
-        const std::string made = NameOf("large.vrn");
+// A movie of noise in lossless pictures, 400 KB a frame; removed when the program ends.
+struct LargeMovie {
+    const std::string name = NameOf("large.vrn");
+    LargeMovie() {
         Sound sound = MakeSound(true);
-        MakeMovie(made, 640, 480, 60, 4000000, &sound, 4);
-        return made;
-    }();
-    return name;
+        MakeMovie(name, 640, 480, 60, 4000000, &sound, 4);
+    }
+    ~LargeMovie() { std::remove(name.c_str()); }
+};
+const std::string& TheLargeMovie() {
+    static const LargeMovie movie;
+    return movie.name;
 }
 
 void Mix(benchmark::State& state) {
+    const std::string in = TheLargeMovie();
     const std::string out = NameOf("mixed.vrn");
     for (auto _ : state) {
         TrackDescriptor other = {}; // drops a track that isn't there: all are kept
         other.id = 99;
-        if (VornMix(LargeMovie().c_str(), out.c_str(), 0, 0, 0, 0, 1, &other, nullptr) == 0) std::abort();
+        if (VornMix(in.c_str(), out.c_str(), 0, 0, 0, 0, 1, &other, nullptr) == 0) std::abort();
     }
     std::remove(out.c_str());
 }
 
 void Copy(benchmark::State& state) {
+    const std::string in = TheLargeMovie();
     const std::string out = NameOf("copied.vrn");
     std::vector<uint8_t> bytes(0x40000);
     for (auto _ : state) {
-        const FileHandle from = platform->openFile(LargeMovie().c_str());
+        const FileHandle from = platform->openFile(in.c_str());
         const FileHandle to = platform->createFile(out.c_str(), false);
         while (const uint32_t read = platform->readFile(from, bytes.data(), static_cast<uint32_t>(bytes.size()))) {
             if (platform->writeFile(to, bytes.data(), read) != read) std::abort();
@@ -123,7 +128,6 @@ void Copy(benchmark::State& state) {
         platform->closeFile(from);
         platform->deleteFile(out.c_str());
     }
-    std::remove(LargeMovie().c_str());
 }
 
 } // namespace

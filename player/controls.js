@@ -3,6 +3,7 @@
 export const ALL_TRACKS = -1; // in place of a track's number
 const SPEEDS = [0.25, 0.5, 0.75, 1, 1.25, 1.5, 2];
 const MOST_TICKS = 400; // key frames that are marked one by one
+export const MOST_TRACKS = 32; // to choose from
 const ICONS = {
     play: 'M7 4v16l13-8z',
     pause: 'M6 4h4v16H6zM14 4h4v16h-4z',
@@ -73,9 +74,14 @@ export class Controls {
         this.speed.onchange = () => player.setSpeed(Number(this.speed.value));
         this.full.onclick = () => this.toggleFullScreen();
         this.root.onkeydown = (event) => this.takeKey(event);
+        // A button that was clicked with the pointer doesn't keep the space bar for itself.
+        this.root.onclick = (event) => {
+            if (event.detail > 0 && event.target.closest('button')) this.root.focus({preventScroll: true});
+        };
     }
     takeKey(event) {
         if (event.ctrlKey || event.altKey || event.metaKey || event.target.tagName === 'SELECT') return;
+        if (event.key === ' ' && event.target.tagName === 'BUTTON') return;
         const player = this.player;
         const actions = {
             ' ': () => player.toggle(), k: () => player.toggle(),
@@ -118,7 +124,7 @@ export class Controls {
         this.keys.innerHTML = keys.map((key) => `<path d="M${key / span} 0v1" vector-effect="non-scaling-stroke"/>`).join('');
         this.sound.hidden = movie.tracks.length === 0;
         this.track.hidden = movie.tracks.length < 2;
-        this.track.innerHTML = movie.tracks.map((track, t) =>
+        this.track.innerHTML = movie.tracks.slice(0, MOST_TRACKS).map((track, t) =>
             `<option value="${t}"${track.usable ? '' : ' disabled'}>track ${track.id}</option>`).join('') +
             `<option value="${ALL_TRACKS}">all tracks</option>`;
         this.update();
@@ -135,6 +141,7 @@ export class Controls {
         this.mute.setAttribute('aria-pressed', player.muted);
         this.volume.value = player.volume;
         this.speed.value = player.speed;
+        this.track.value = player.track;
         this.updateTime();
     }
     updateTime() {

@@ -3,7 +3,7 @@
 // late aren't shown, and if the picture falls far behind, sound and picture start again together.
 
 import {VornError} from './bits.js';
-import {ALL_TRACKS, Controls} from './controls.js';
+import {ALL_TRACKS, Controls, MOST_TRACKS} from './controls.js';
 import {Feed} from './feed.js';
 import {Frames} from './frames.js';
 import {open} from './vorn.js';
@@ -21,6 +21,7 @@ export class Player {
         this.wanted = 0; // frame to show while the clock stands
         this.shown = -1;
         this.arriving = false; // the clock waits for the wanted frame
+        this.track = ALL_TRACKS; // that is heard
         this.speed = 1;
         this.volume = 1;
         this.muted = false;
@@ -127,8 +128,9 @@ export class Player {
         this.setVolume(this.volume, this.muted);
     }
     openFeed(track) {
+        this.track = track;
         if (this.feed !== null) this.feed.close();
-        const usable = [...this.movie.tracks.keys()].filter((one) => this.movie.tracks[one].usable);
+        const usable = [...this.movie.tracks.keys()].filter((one) => one < MOST_TRACKS && this.movie.tracks[one].usable);
         try {
             this.feed = new Feed(this.movie, track === ALL_TRACKS ? usable : [track]);
             if (this.feed.problem !== null) this.controls.showMessage(`The sound is cut short: ${this.feed.problem.message}`);

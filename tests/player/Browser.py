@@ -51,8 +51,10 @@ class Browser:
         except urllib.error.HTTPError as error:
             raise RuntimeError(json.load(error)["value"]["message"]) from None
 
-    def open(self, path):
-        self.call("POST", self.session + "/url", {"url": "file://" + os.path.abspath(path)})
+    def open(self, page):
+        """A file, or an address that begins with http:."""
+        address = page if page.startswith("http:") else "file://" + os.path.abspath(page)
+        self.call("POST", self.session + "/url", {"url": address})
 
     def run(self, script, *arguments):
         return self.call("POST", self.session + "/execute/sync", {"script": script, "args": list(arguments)})

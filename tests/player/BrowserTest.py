@@ -3,12 +3,16 @@
 
 Usage: BrowserTest.py PATH-OF-VORN PATH-OF-PLAYER-PAGE [unittest arguments]
 """
+import base64
+import functools
+import http.server
 import os
 import re
 import shutil
 import subprocess
 import sys
 import tempfile
+import threading
 import unittest
 import zlib
 
@@ -20,7 +24,28 @@ VORN = ""
 PLAYER_PAGE = ""
 SKIPPED = 77
 PLAYER = "const player = document.getElementById('player').player;"
+PLAYER_FOLDER = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../player")
 STEP_TOLERANCE = 0.25  # seconds between sound and picture; a busy machine shows frames late
+
+# Drops a file, given in base 64, on the page.
+DROP = """
+    const files = new DataTransfer();
+    files.items.add(new File([Uint8Array.from(atob(arguments[0]), (c) => c.charCodeAt(0))], arguments[1]));
+    document.body.dispatchEvent(new DragEvent('drop', {dataTransfer: files, bubbles: true, cancelable: true}));"""
+
+# The least contrast of what is written on the page to what is behind it.
+CONTRAST = """
+    const parts = (color) => color.match(/[\\d.]+/g).map(Number);
+    const light = (color) => parts(color).slice(0, 3).map((c) => c / 255)
+        .map((c) => (c <= 0.04045 ? c / 12.92 : ((c + 0.055) / 1.055) ** 2.4)).reduce((sum, c, i) => sum + c * [0.2126, 0.7152, 0.0722][i], 0);
+    const behind = (node) => {
+        const color = getComputedStyle(node).backgroundColor;
+        return parts(color)[3] === 0 ? behind(node.parentElement) : color;
+    };
+    return Math.min(...[...document.querySelectorAll('h1, h2, #facts, .note, dt, dd, th, td, .legend span, figcaption span, .time')].map((node) => {
+        const [a, b] = [light(getComputedStyle(node).color), light(behind(node))];
+        return (Math.max(a, b) + 0.05) / (Math.min(a, b) + 0.05);
+    }));"""
 
 # The pixels of all frames as checksums, by the decoder in the page.
 CHECKSUMS = PLAYER + """
@@ -37,6 +62,13 @@ CHECKSUMS = PLAYER + """
         sums.push(~sum >>> 0);
     }
     return sums;"""
+
+
+class QuietHandler(http.server.SimpleHTTPRequestHandler):
+    extensions_map = {**http.server.SimpleHTTPRequestHandler.extensions_map, ".js": "text/javascript"}
+
+    def log_message(self, *unused):
+        pass
 
 
 class Pages(unittest.TestCase):
@@ -121,14 +153,18 @@ class Pages(unittest.TestCase):
         self.assertEqual(set(re.findall(r"https?://[^\s'\"]*", text)), {"http://www.w3.org/2000/svg"})
         self.assertIn("default-src 'none'", text)
         self.open(page)
-        # Each chart has drawn something for each of its series.
-        series = self.browser.run("""
+        # Each chart has drawn something for each of its series, and names its axes.
+        charts = self.browser.run("""
             return Object.fromEntries([...document.querySelectorAll('.chart')].map((chart) =>
-                [chart.id, [...chart.querySelectorAll('svg path[style]')].filter((path) =>
-                    path.getAttribute('d').length > 20).length]));""")
-        self.assertEqual({name: series[name] for name in ("bytes", "account", "psnr", "error")},
-                         {"bytes": 4, "account": 1, "psnr": 3, "error": 3})
-        self.assertGreaterEqual(series["modes"], 4)
+                [chart.id, {series: [...chart.querySelectorAll('svg path[style]')].filter((path) =>
+                    path.getAttribute('d').length > 20).length, texts: [...chart.querySelectorAll('text')].map((text) => text.textContent)}]));""")
+        self.assertEqual({name: charts[name]["series"] for name in ("bytes", "account", "psnr", "error")},
+                         {"bytes": 4, "account": 2, "psnr": 3, "error": 3})
+        for name, unit in (("bytes", "bytes"), ("account", "bytes"), ("psnr", "dB"), ("error", "mean absolute difference"),
+                           ("modes-y", "Y, share of the area"), ("modes-cr", "Cr, share of the area"), ("modes-cb", "Cb, share of the area")):
+            self.assertIn(unit, charts[name]["texts"])
+            self.assertIn("frame", charts[name]["texts"])
+            self.assertGreaterEqual(charts[name]["series"], 2)
         keys = self.browser.run("return document.querySelector('#bytes .key').getAttribute('d').split('M').length - 1")
         self.assertEqual(keys, 3)
         # The parts add up to the packets, and the shares of the modes to all of the plane.
@@ -149,17 +185,34 @@ class Pages(unittest.TestCase):
             return [...document.querySelectorAll('.difference')].filter((canvas) => canvas.width === 96).length === 2"""))
         self.assertEqual(self.browser.run("""
             return [...document.querySelectorAll('.picture img')].map((image) => image.naturalWidth)"""), [96, 96])
-        # A click on a chart goes to the frame.
-        self.browser.click("#bytes svg")
-        shown = self.browser.wait(PLAYER + "return player.arriving ? 0 : player.shown")
-        self.assertIn(shown, (12, 13, 14))  # the axis takes some of the left half
+        # Under the pointer a chart tells a frame's values, and all charts mark it; a click goes there.
+        tip = self.browser.run("""
+            const svg = document.querySelector('#bytes svg'), place = svg.getBoundingClientRect();
+            const at = {clientX: place.left + place.width / 2, clientY: place.top + 50, bubbles: true};
+            svg.dispatchEvent(new PointerEvent('pointermove', at));
+            const marked = [...document.querySelectorAll('.cursor')].filter((line) => line.getAttribute('visibility') === 'visible');
+            svg.dispatchEvent(new MouseEvent('click', at));
+            return [document.querySelector('#bytes .tip').innerText, marked.length];""")
+        self.assertEqual(tip[1], len(charts))
+        frame = int(re.match(r"frame (\d+)", tip[0]).group(1))
+        self.assertIn(frame, (12, 13, 14))  # the axis takes some of the left half
+        self.assertIn(f"{sizes[frame]:,} B", tip[0])
+        self.wait_for_frame(frame)
         self.browser.click("#frames summary")
         self.assertEqual(self.browser.wait("return document.querySelectorAll('#frames tbody tr').length"), 30)
-        for width in (1200, 360):
-            self.browser.developer("Emulation.setDeviceMetricsOverride", width=width, height=800, deviceScaleFactor=1,
-                                   mobile=True)
-            wide = self.browser.wait(f"return innerWidth === {width} && document.documentElement.scrollWidth")
-            self.assertLessEqual(wide, width)
+        grounds = set()
+        for scheme in ("light", "dark"):
+            self.browser.developer("Emulation.setEmulatedMedia", features=[{"name": "prefers-color-scheme", "value": scheme}])
+            for width in (1200, 360):
+                self.browser.developer("Emulation.setDeviceMetricsOverride", width=width, height=800, deviceScaleFactor=1,
+                                       mobile=True)
+                # A phone shows a page that is too wide at a smaller scale: innerWidth grows.
+                fits = self.browser.wait(f"return innerWidth === {width} && document.documentElement.scrollWidth <= {width}")
+                self.assertTrue(fits, (scheme, width))
+            self.assertGreater(self.browser.run(CONTRAST), 4.5, scheme)
+            grounds.add(self.browser.run("return getComputedStyle(document.body).backgroundColor"))
+        self.assertEqual(len(grounds), 2)
+        self.browser.developer("Emulation.setEmulatedMedia", features=[])
         self.browser.developer("Emulation.clearDeviceMetricsOverride")
         self.assertEqual(self.browser.complaints(), [])
 
@@ -205,6 +258,44 @@ class Pages(unittest.TestCase):
         self.browser.type("#player", "\ue008\ue014\ue000")
         self.wait_for_frame(10)
         self.assertEqual(self.browser.run(message), "")
+        self.assertEqual(self.browser.complaints(), [])
+
+    # From a server, as modules: a dropped movie of the size and rate that must play without a break, with two tracks.
+    def test_the_player_plays_a_large_movie_with_all_its_tracks(self):
+        self.vorn("scene", "drift", "-o", "large.y4m", "--size", "640x480", "--fps", "30/1", "--frames", "40", "-q", "--sound", "large.wav")
+        self.vorn("make", "large.y4m", "--audio", "large.wav,id=3", "--audio", "large.wav,id=5,quality=104", "-o", "large.vrn", "-q")
+        with open(self.path("large.vrn"), "rb") as file:
+            large = base64.b64encode(file.read()).decode()
+        handler = functools.partial(QuietHandler, directory=PLAYER_FOLDER)
+        with http.server.ThreadingHTTPServer(("127.0.0.1", 0), handler) as server:
+            threading.Thread(target=server.serve_forever, daemon=True).start()
+            self.open(f"http://127.0.0.1:{server.server_port}/index.html", ready="document.getElementById('player').player !== undefined")
+            self.browser.run(DROP, large, "large.vrn")
+            self.wait_for_frame(0)
+            self.assertEqual(self.browser.run("return document.getElementById('title').textContent"), "large.vrn")
+            self.assertEqual(self.browser.run("return [...document.querySelectorAll('.track option')].map((one) => one.textContent)"),
+                             ["track 3", "track 5", "all tracks"])
+            self.browser.run("const choice = document.querySelector('.track'); choice.value = -1; choice.onchange();")
+            self.browser.click("#player .play")
+            self.wait_for_frame(39)
+            shown, dropped, lanes, worker = self.browser.run(
+                PLAYER + "return [player.shownCount, player.droppedCount, player.feed.lanes.map((lane) => lane.end), !!player.frames.worker]")
+            self.assertEqual(shown + dropped, 39)
+            self.assertLess(dropped, 10)  # none where the machine has nothing else to do
+            self.assertEqual(lanes, [None, None])  # both were read to their ends: infinite, which JSON hasn't
+            self.assertTrue(worker)
+            server.shutdown()
+        self.assertEqual(self.browser.complaints(), [])
+
+    def test_the_player_does_without_workers(self):
+        self.make("here", "balls", "64x48", 12)
+        self.open(PLAYER_PAGE, ready="document.getElementById('player').player !== undefined")
+        self.browser.run("delete window.Worker;")
+        self.browser.type("#file", self.path("here.vrn"))
+        self.wait_for_frame(0)
+        self.browser.click("#player .play")
+        self.wait_for_frame(11)
+        self.assertFalse(self.browser.run(PLAYER + "return !!player.frames.worker"))
         self.assertEqual(self.browser.complaints(), [])
 
     def frame_starts(self, name):

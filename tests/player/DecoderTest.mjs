@@ -264,6 +264,14 @@ test('damaged movies end in a message, in bounded time, or play as the reader de
         checkDamaged(bytes, `flip ${k} at ${at}`, counts);
     }
     assert.ok(counts.refused > 40 && counts.played > 3, JSON.stringify(counts));
+    // Several bytes at once, many times over, without asking the reader.
+    for (let k = 0; k < 400; k++) {
+        const bytes = Buffer.from(k % 8 === 0 ? whole.subarray(0, random(whole.length)) : whole);
+        for (let flips = random(6); flips >= 0; flips--) bytes[random(bytes.length)] = random(256);
+        const started = performance.now();
+        playThrough(bytes);
+        assert.ok(performance.now() - started < MOST_MILLISECONDS, `round ${k} took ${performance.now() - started} ms`);
+    }
     assert.match(playThrough(Buffer.from('VRNi')).message, /too short/);
     assert.match(playThrough(Buffer.alloc(100)).message, /isn't a Vorn movie/);
     assert.match(playThrough(Buffer.alloc(0)).message, /too short/);

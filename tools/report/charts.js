@@ -1,9 +1,11 @@
-// charts.js - charts over the frames of a movie, drawn as SVG: stacked bars and curves. The pointer reads off a frame's
-// values in the legend, a click goes to the frame, and a line shows where the player is.
+// charts.js - charts over the frames of a movie, drawn as SVG: stacked bars and curves. Under the pointer a frame's values are
+// read off, a click goes to the frame, and a line shows where the player is.
 
-const CHART_HEIGHT = 190;
-const MARGIN = {left: 46, right: 8, top: 10, bottom: 22};
+const CHART_HEIGHT = 220;
+const MARGIN = {left: 50, right: 10, top: 30, bottom: 36};
+const TIP_GAP = 14; // pixels between the pointed frame and its values
 
+export const swatch = (color) => `<i class="swatch" style="background: var(${color})"></i>`;
 const svgNode = (name, attributes = {}) => {
     const node = document.createElementNS('http://www.w3.org/2000/svg', name);
     for (const [key, value] of Object.entries(attributes)) node.setAttribute(key, value);
@@ -21,14 +23,18 @@ export function niceTicks(low, high, count) {
 }
 
 // options:
-//   kind       'stack' or 'curves'
+//   kind       'stack', 'curves', or 'area' for one curve that is filled down to 0
 //   series     [{name, color, values}], a value a frame; missing values of curves are null
-//   format     number to text, for legend and axis; axis: the same for the axis alone
+//   unit       of the vertical axis
+//   format     number to text, for legend and tip; axis: the same for the axis
 //   budget     value of a dashed line, or undefined
 //   keys       1 for each key frame, marked above; or undefined
 //   top        fixed upper end, or undefined
 //   zero       the axis has 0 in any case
+//   legend     false: no legend; mean: false: none of its means
+//   total      true: the tip has the sum of the series
 //   pick       called with the frame that is clicked
+//   point      called with the frame under the pointer, or -1
 export class Chart {
     constructor(root, options) {
         this.root = root;
@@ -36,20 +42,42 @@ export class Chart {
         this.frames = options.series[0].values.length;
         this.head = 0;
         this.svg = svgNode('svg', {role: 'img', 'aria-label': options.label});
-        this.legend = document.createElement('div');
-        this.legend.className = 'legend';
-        root.replaceChildren(this.svg, this.legend);
-        this.svg.onpointermove = (event) => this.readOff(this.frameAt(event));
-        this.svg.onpointerleave = () => this.readOff(-1);
+        this.tip = document.createElement('div');
+        this.tip.className = 'tip';
+        this.tip.hidden = true;
+        root.replaceChildren(...(options.legend === false ? [] : [this.makeLegend()]), this.svg, this.tip);
+        this.svg.onpointermove = (event) => {
+            const frame = this.frameAt(event);
+            options.point(frame);
+            this.showTip(frame);
+        };
+        this.svg.onpointerleave = () => {
+            options.point(-1);
+            this.tip.hidden = true;
+        };
         this.svg.onclick = (event) => options.pick(this.frameAt(event));
         new ResizeObserver(() => this.draw()).observe(root);
         this.draw();
-        this.readOff(-1);
+    }
+    // Names, colours and means.
+    makeLegend() {
+        const {series, format, keys, budget} = this.options;
+        const legend = document.createElement('div');
+        legend.className = 'legend';
+        const mean = (values) => (this.options.mean === false ? ''
+            : ` <b>${format(this.mean(values, [0, this.frames]) ?? 0)}</b>`);
+        const parts = series.map(({name, color, values}) => `<span>${swatch(color)}${name}${mean(values)}</span>`);
+        if (this.options.mean !== false) parts.unshift('<span>mean</span>');
+        if (budget !== undefined) parts.push(`<span><i class="dash"></i>${budget.name} <b>${format(budget.value)}</b></span>`);
+        if (keys !== undefined) parts.push('<span><i class="mark"></i>key frame</span>');
+        legend.innerHTML = parts.join('');
+        return legend;
     }
     draw() {
         const width = this.root.clientWidth;
         if (width === 0 || width === this.width) return;
         this.width = width;
+        this.tip.hidden = true; // it stands where it stood
         this.plotWidth = width - MARGIN.left - MARGIN.right;
         this.plotHeight = CHART_HEIGHT - MARGIN.top - MARGIN.bottom;
         this.setRange();
@@ -59,7 +87,7 @@ export class Chart {
         this.drawAxes();
         if (this.options.kind === 'stack') this.drawStack();
         else this.drawCurves();
-        if (this.options.budget !== undefined) this.addLine('budget', this.y(this.options.budget));
+        if (this.options.budget !== undefined) this.addLine('budget', this.y(this.options.budget.value));
         this.drawKeys();
         this.cursor = svgNode('line', {class: 'cursor', y1: MARGIN.top, y2: CHART_HEIGHT - MARGIN.bottom, visibility: 'hidden'});
         this.headLine = svgNode('line', {class: 'head', y1: MARGIN.top, y2: CHART_HEIGHT - MARGIN.bottom});
@@ -78,12 +106,12 @@ export class Chart {
             if (kind === 'stack') take(series.reduce((sum, one) => sum + one.values[i], 0));
             else for (const one of series) if (one.values[i] !== null) take(one.values[i]);
         }
-        if (budget !== undefined) take(budget);
-        if (zero || kind === 'stack') take(0);
+        if (budget !== undefined) take(budget.value);
+        if (zero || kind !== 'curves') take(0);
         if (high === low) take(low + 1);
         const spare = (high - low) * 0.06;
         this.high = top ?? high + spare;
-        this.low = zero === 'middle' || (low !== 0 && kind !== 'stack') ? low - spare : 0;
+        this.low = low === 0 ? 0 : low - spare;
     }
     x(frame) {
         return MARGIN.left + frame * this.plotWidth / this.frames;
@@ -109,10 +137,11 @@ export class Chart {
             this.addLine(tick === 0 ? 'zero' : 'grid', this.y(tick));
             this.addText(axis(tick), MARGIN.left - 6, this.y(tick) + 4, 'end');
         }
+        this.addText(this.options.unit, MARGIN.left, MARGIN.top - 16, 'start');
+        this.addText('frame', MARGIN.left + this.plotWidth / 2, CHART_HEIGHT - 3, 'middle');
         const ticks = niceTicks(0, this.frames, Math.max(2, this.plotWidth / 110)).filter(Number.isInteger);
         for (const tick of ticks) {
-            const anchor = this.x(tick) > this.width - 30 ? 'end' : 'middle';
-            this.addText(String(tick), this.x(tick), CHART_HEIGHT - 5, anchor);
+            if (tick < this.frames) this.addText(String(tick), this.x(tick + 0.5), CHART_HEIGHT - MARGIN.bottom + 15, 'middle');
         }
     }
     // Frames that share a column of the screen are shown as their mean.
@@ -158,14 +187,21 @@ export class Chart {
                 const middle = this.x((column[0] + column[1]) / 2);
                 path += `${path === '' ? 'M' : 'L'}${middle.toFixed(2)} ${this.y(value).toFixed(2)}`;
             }
+            if (path !== '' && this.options.kind === 'area') this.fillDown(path, color);
             this.svg.append(svgNode('path', {d: path, class: 'curve', style: `stroke: var(${color})`}));
         }
+    }
+    fillDown(path, color) {
+        const ends = path.match(/[-\d.]+ /g);
+        const zero = this.y(0).toFixed(2);
+        this.svg.append(svgNode('path', {d: `${path}L${ends.at(-1)}${zero}L${ends[0]}${zero}z`, class: 'area',
+            style: `fill: var(${color})`}));
     }
     drawKeys() {
         if (this.options.keys === undefined) return;
         let path = '';
         this.options.keys.forEach((key, frame) => {
-            if (key) path += `M${(this.x(frame + 0.5) - 3).toFixed(2)} 1h6l-3 6z`;
+            if (key) path += `M${(this.x(frame + 0.5) - 3.5).toFixed(2)} ${MARGIN.top - 9}h7l-3.5 6z`;
         });
         this.svg.append(svgNode('path', {d: path, class: 'key'}));
     }
@@ -175,20 +211,26 @@ export class Chart {
         this.headLine.setAttribute('x1', this.x(frame + 0.5));
         this.headLine.setAttribute('x2', this.x(frame + 0.5));
     }
-    // Values of a frame, or names and means for -1.
-    readOff(frame) {
-        const {series, format, legend} = this.options;
-        if (this.cursor) {
-            this.cursor.setAttribute('visibility', frame < 0 ? 'hidden' : 'visible');
-            this.cursor.setAttribute('x1', this.x(frame + 0.5));
-            this.cursor.setAttribute('x2', this.x(frame + 0.5));
-        }
-        const parts = series.map(({name, color, values}) => {
-            const value = frame < 0 ? this.mean(values, [0, this.frames]) : values[frame];
-            return `<span><i class="swatch" style="background: var(${color})"></i>${name} ` +
-                `<b>${value === null ? '\u2013' : format(value)}</b></span>`;
-        });
-        const place = frame < 0 ? legend ?? 'mean' : `frame ${frame}`;
-        this.legend.innerHTML = parts.join('') + `<span>${place}</span>`;
+    // A line at `frame`; none for -1.
+    setCursor(frame) {
+        this.cursor.setAttribute('visibility', frame < 0 ? 'hidden' : 'visible');
+        this.cursor.setAttribute('x1', this.x(frame + 0.5));
+        this.cursor.setAttribute('x2', this.x(frame + 0.5));
+    }
+    showTip(frame) {
+        const {series, format, keys, kind} = this.options;
+        const rows = series.map(({name, color, values}) => `<tr><td>${swatch(color)}${name}</td>` +
+            `<td>${values[frame] === null ? '\u2013' : format(values[frame])}</td></tr>`);
+        if (kind === 'stack') rows.reverse(); // as they stand
+        const sum = series.reduce((total, {values}) => total + values[frame], 0);
+        if (this.options.total) rows.unshift(`<tr class="total"><td>together</td><td>${format(sum)}</td></tr>`);
+        this.tip.innerHTML = `<b>frame ${frame}${keys?.[frame] ? ', key' : ''}</b><table>${rows.join('')}</table>`;
+        this.tip.hidden = false;
+        const right = this.x(frame + 0.5) + TIP_GAP;
+        const width = this.tip.offsetWidth;
+        const left = right + width <= this.width ? right : this.x(frame + 0.5) - TIP_GAP - width;
+        this.tip.style.left = `${Math.min(Math.max(left, 0), this.width - width)}px`;
+        const top = this.svg.getBoundingClientRect().top - this.root.getBoundingClientRect().top;
+        this.tip.style.top = `${top + MARGIN.top}px`;
     }
 }

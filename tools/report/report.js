@@ -3,14 +3,16 @@
 import {KEYS, timeText} from '../../player/controls.js';
 import {Player} from '../../player/player.js';
 import {open} from '../../player/vorn.js';
-import {Chart} from './charts.js';
+import {Chart, swatch} from './charts.js';
 
 const byId = (id) => document.getElementById(id);
 const data = JSON.parse(byId('report-data').textContent);
 const PLANES = {y: 'Y', cr: 'Cr', cb: 'Cb', alpha: 'alpha'};
 const MODES = ['skip', 'motion', 'residue', 'inter', 'intra', 'run', 'fill', 'pattern', 'raw', 'scaled'];
 const MODE_TEXTS = {scaled: '16\u00d716'};
-const EXACT_DECIBELS = 60; // what a plane without any error counts as
+const MODE_NOTES = {skip: 'as before', motion: 'moved', residue: 'moved, corrected by sample', inter: 'moved, corrected by waves',
+    intra: 'waves', run: 'runs of values', fill: 'one value', pattern: 'two values', raw: 'sample by sample', scaled: 'half the detail'};
+const EXACT_DECIBELS = 80; // what a plane without any error counts as
 
 const sum = (values) => values.reduce((total, value) => total + value, 0);
 const bytesText = (bytes) => `${Math.round(bytes).toLocaleString('en')} B`;
@@ -41,8 +43,9 @@ const sizes = Array.from({length: frameCount}, (unused, i) => sum(Object.values(
 const total = sum(sizes);
 const budget = data.budget > 0 ? data.budget : total / Math.max(frameCount, 1);
 
-function addChart(id, options) {
-    charts.push(new Chart(byId(id), {pick, ...options}));
+function addChart(root, options) {
+    const point = (frame) => charts.forEach((chart) => chart.setCursor(frame));
+    charts.push(new Chart(root, {pick, point, ...options}));
 }
 
 function showFacts() {
@@ -55,34 +58,36 @@ function showFacts() {
 }
 
 function showTiles() {
+    const most = sizes.reduce((at, size, i) => (size > sizes[at] ? i : at), 0);
     const tiles = [
-        [bytesText(data.fileBytes), 'file'],
-        [`${(total * 8 / 1000 / seconds).toFixed(0)} kbit/s`, 'sound and picture'],
-        [bytesText(budget), data.budget > 0 ? 'budget of a frame' : 'mean frame'],
-        [bytesText(sizes.reduce((most, size) => Math.max(most, size), 0)), 'largest frame'],
-        [String(sum(data.key)), 'key frames'],
+        ['data rate', `${(total * 8 / 1000 / seconds).toFixed(0)} kbit/s`],
+        ['file', bytesText(data.fileBytes)],
+        [data.budget > 0 ? 'budget of a frame' : 'mean frame', bytesText(budget)],
+        [`largest frame, number ${most}`, bytesText(sizes[most])],
+        ['key frames', String(sum(data.key))],
     ];
-    if (data.bytes.sound !== undefined) tiles.push([percent(sum(data.bytes.sound) / total), 'of the bytes are sound']);
+    if (data.bytes.sound !== undefined) tiles.push(['sound', `${percent(sum(data.bytes.sound) / total)} of the bytes`]);
     if (data.errors !== undefined) {
         const square = sum(data.errors.y.square) / frameCount;
-        tiles.push([square === 0 ? 'exact' : `${decibels(square).toFixed(1)} dB`, 'PSNR of Y']);
+        tiles.unshift(['PSNR of Y', square === 0 ? 'exact' : `${decibels(square).toFixed(1)} dB`]);
     }
-    byId('tiles').innerHTML = tiles.map(([value, name]) => `<div class="tile"><b>${value}</b><span>${name}</span></div>`).join('');
+    byId('tiles').innerHTML = tiles.map(([name, value]) => `<div><dt>${name}</dt><dd>${value}</dd></div>`).join('');
 }
 
 function showBytes() {
     const parts = ['sound', ...planes].filter((part) => data.bytes[part] !== undefined);
     const series = parts.map((part) => ({name: PLANES[part] ?? part, color: `--c-${part}`, values: data.bytes[part]}));
-    const what = data.budget > 0 ? 'the budget' : 'the mean frame';
-    byId('bytes-note').textContent = `The dashed line is ${what}, ${bytesText(budget)}; triangles are key frames.`;
-    addChart('bytes', {kind: 'stack', series, format: bytesText, axis: shortBytes, budget, keys: data.key,
-        label: `Bytes of each frame by part; ${what} is ${bytesText(budget)}`});
+    const name = data.budget > 0 ? 'budget' : 'mean frame';
+    byId('bytes-note').textContent = data.budget > 0 ? 'What each frame takes, against what it was given.'
+        : 'What each frame takes, against the mean: no budget was told.';
+    addChart(byId('bytes'), {kind: 'stack', series, unit: 'bytes', format: bytesText, axis: shortBytes, keys: data.key, total: true,
+        budget: {name, value: budget}, label: `Bytes of each frame by part; the ${name} is ${bytesText(budget)}`});
     let account = 0;
     const values = sizes.map((size) => account += size - budget);
-    byId('account-note').textContent = 'Bytes spent up to each frame beyond that many budgets: the look-ahead lends from ' +
-        'simple frames to hard ones.';
-    addChart('account', {kind: 'curves', series: [{name: 'ahead', color: '--c-account', values}], format: bytesText,
-        axis: shortBytes, zero: 'middle', keys: data.key, label: 'Running sum of bytes beyond the budget'});
+    byId('account-note').textContent = `Bytes spent so far beyond one ${name} for each frame. It climbs where frames take more than ` +
+        'their share, as key frames do, and falls where the look-ahead saves on simple ones.';
+    addChart(byId('account'), {kind: 'area', series: [{name: 'spent ahead', color: '--c-account', values}], mean: false, unit: 'bytes',
+        format: bytesText, axis: shortBytes, keys: data.key, label: `Running sum of bytes beyond the ${name}`});
 }
 
 const decibels = (square) => (square === 0 ? EXACT_DECIBELS : Math.min(EXACT_DECIBELS, 10 * Math.log10(255 * 255 / square)));
@@ -92,31 +97,29 @@ function showErrors() {
     document.body.classList.add('with-source');
     const seriesOf = (valuesOf) => planes.map((plane) =>
         ({name: PLANES[plane], color: `--c-${plane}`, values: valuesOf(data.errors[plane])}));
-    addChart('psnr', {kind: 'curves', series: seriesOf((error) => error.square.map(decibels)), keys: data.key,
+    addChart(byId('psnr'), {kind: 'curves', series: seriesOf((error) => error.square.map(decibels)), keys: data.key, unit: 'dB',
         format: (value) => `${value.toFixed(1)} dB`, axis: (value) => String(+value.toFixed(1)),
         label: 'PSNR of each plane by frame'});
-    addChart('error', {kind: 'curves', series: seriesOf((error) => error.absolute), keys: data.key, zero: true,
-        format: (value) => value.toFixed(2), axis: (value) => String(+value.toFixed(3)),
+    addChart(byId('error'), {kind: 'curves', series: seriesOf((error) => error.absolute), keys: data.key, zero: true,
+        unit: 'mean absolute difference', format: (value) => value.toFixed(2), axis: (value) => String(+value.toFixed(3)),
         label: 'Mean absolute difference of each plane by frame'});
 }
 
-function showModes(plane) {
-    const shares = data.modes[plane];
-    const series = MODES.filter((mode) => shares[mode] !== undefined).map((mode) =>
-        ({name: MODE_TEXTS[mode] ?? mode, color: `--c-${mode}`, values: shares[mode].map((blocks) => blocks / data.blocks[plane])}));
-    const at = charts.findIndex((chart) => chart.root.id === 'modes');
-    if (at >= 0) charts.splice(at, 1);
-    addChart('modes', {kind: 'stack', series, top: 1, format: percent, axis: (share) => `${Math.round(share * 100)}\u202f%`, keys: data.key,
-        label: `Block modes of plane ${PLANES[plane]} by frame`});
-    charts.at(-1).setHead(Math.max(player.shown, 0));
-    for (const button of byId('plane-choice').children) button.setAttribute('aria-pressed', button.value === plane);
-}
-
-function showModeChoice() {
-    byId('plane-choice').innerHTML = planes.map((plane) =>
-        `<button type="button" value="${plane}">${PLANES[plane]}</button>`).join('');
-    for (const button of byId('plane-choice').children) button.onclick = () => showModes(button.value);
-    showModes('y');
+function showModes() {
+    const name = (mode) => MODE_TEXTS[mode] ?? mode;
+    byId('modes-legend').innerHTML = MODES.map((mode) => `<span title="${MODE_NOTES[mode]}">${swatch(`--c-${mode}`)}${name(mode)} ` +
+        `<small>${MODE_NOTES[mode]}</small></span>`).join('');
+    byId('modes').style.setProperty('--columns', planes.length === 4 ? 2 : planes.length);
+    for (const plane of planes) {
+        const root = document.createElement('div');
+        root.className = 'chart';
+        root.id = `modes-${plane}`;
+        byId('modes').append(root);
+        const series = MODES.map((mode) => ({name: name(mode), color: `--c-${mode}`,
+            values: data.modes[plane][mode].map((blocks) => blocks / data.blocks[plane])}));
+        addChart(root, {kind: 'stack', series, top: 1, unit: `${PLANES[plane]}, share of the area`, format: percent, legend: false,
+            axis: (share) => `${Math.round(share * 100)}\u202f%`, keys: data.key, label: `Block modes of plane ${PLANES[plane]} by frame`});
+    }
 }
 
 function showParts() {
@@ -126,11 +129,11 @@ function showParts() {
     const head = data.fileBytes - total;
     const bar = rows.map(([name, color, size]) =>
         `<i style="flex: ${size} 0 0; background: var(${color})" title="${name} ${percent(size / total)}"></i>`);
-    const lines = rows.map(([name, color, size]) => `<tr><td><i class="swatch" style="background: var(${color})"></i>${name}</td>` +
-        `<td>${bytesText(size)}</td><td>${percent(size / total)}</td><td>${(size * 8 / 1000 / seconds).toFixed(1)}</td></tr>`);
+    const lines = rows.map(([name, color, size]) => `<tr><td>${swatch(color)}${name}</td>` +
+        `<td>${size.toLocaleString('en')}</td><td>${percent(size / total)}</td><td>${(size * 8 / 1000 / seconds).toFixed(1)}</td></tr>`);
     byId('parts').innerHTML = `<div class="share" aria-hidden="true">${bar.join('')}</div><div class="scroll"><table>
         <tr><th>part</th><th>bytes</th><th>share</th><th>kbit/s</th></tr>${lines.join('')}
-        <tr><td>head and index</td><td>${bytesText(head)}</td><td></td><td></td></tr></table></div>`;
+        <tr><td>head, index</td><td>${head.toLocaleString('en')}</td><td></td><td></td></tr></table></div>`;
 }
 
 // ---- Pictures: the source's are in the page, the movie's are decoded.
@@ -139,11 +142,12 @@ function addPicture({frame, png}) {
     const figure = document.createElement('figure');
     figure.className = planes.includes('alpha') ? 'picture alpha' : 'picture';
     const likeness = planes.map((plane) => `${PLANES[plane]} ${decibels(data.errors[plane].square[frame]).toFixed(1)} dB`);
-    figure.innerHTML = `<div><span><img alt="source of frame ${frame}"><small>source</small></span>
+    const key = data.key[frame] ? ', key' : '';
+    figure.innerHTML = `<figcaption><button type="button">Frame ${frame}</button>${key} <span>${bytesText(sizes[frame])} \u00b7
+        ${likeness.join(' \u00b7 ')}</span></figcaption><div>
+        <span><img alt="source of frame ${frame}"><small>source</small></span>
         <span><canvas class="result" role="img" aria-label="frame ${frame} of the movie"></canvas><small>result</small></span>
-        <span><canvas class="difference" role="img" aria-label="difference"></canvas><small>difference</small></span></div>
-        <figcaption><button type="button">frame ${frame}</button>${data.key[frame] ? ', key' : ''} \u00b7 ${bytesText(sizes[frame])} \u00b7
-        ${likeness.join(', ')}</figcaption>`;
+        <span><canvas class="difference" role="img" aria-label="difference"></canvas><small>difference</small></span></div>`;
     figure.querySelector('button').onclick = () => {
         pick(frame);
         byId('player').scrollIntoView({block: 'nearest'});
@@ -207,7 +211,7 @@ if (frameCount > 0) {
     showTiles();
     showBytes();
     showErrors();
-    showModeChoice();
+    showModes();
     showParts();
     byId('frames').ontoggle = () => fillTable();
     showPictures().catch((error) => byId('problem').textContent = `The pictures can't be shown: ${error.message}`);

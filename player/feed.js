@@ -47,6 +47,7 @@ export class Feed {
     constructor(movie, tracks) {
         this.lanes = tracks.map((track) => new Lane(movie, track));
         this.context = null;
+        this.wokenAt = 0;
         this.running = false;
         this.volume = 1;
     }
@@ -54,17 +55,31 @@ export class Feed {
     get problem() {
         return this.lanes.map((lane) => lane.reader.problem).find((problem) => problem !== null) ?? null;
     }
-    // Must be called from a click or a key the first time: browsers want it so.
+    // Sets the device going; not before a click or a key, as browsers want it. Returns for how many milliseconds it has been
+    // waited for: 0 once it runs.
+    wake() {
+        if (this.context === null) this.open();
+        if (this.context.state === 'running') {
+            this.wokenAt = 0;
+            return 0;
+        }
+        if (this.wokenAt === 0) {
+            this.wokenAt = performance.now();
+            this.context.resume().catch(() => {});
+        }
+        return Math.max(1, performance.now() - this.wokenAt);
+    }
     start(seconds, speed) {
         this.stop();
-        if (this.context === null) this.open();
-        this.context.resume().catch(() => {}); // a device that doesn't start shows in stalled()
         for (const lane of this.lanes) {
             lane.reader.seek(seconds);
             lane.end = seconds;
         }
         this.seconds = seconds;
         this.speed = speed;
+        this.pieces = []; // decoded, and not handed over yet
+        this.trouble = null; // a VornError that hasn't been told yet
+        while (this.made() - seconds < LEAST_AHEAD * speed) this.makePiece();
         this.begin = this.context.currentTime + START_DELAY;
         this.sinceMoved = performance.now();
         this.lastTime = this.context.currentTime;
@@ -117,36 +132,48 @@ export class Feed {
         }
         return now - this.sinceMoved;
     }
+    // Up to where all tracks have been decoded, in seconds of the movie.
+    made() {
+        return Math.min(...this.lanes.map((lane) => lane.end));
+    }
+    // Decodes the next piece of the track that is furthest behind.
+    makePiece() {
+        const lane = this.lanes.reduce((one, other) => (other.end < one.end ? other : one));
+        const {sampleRate, channels} = lane.reader;
+        const piece = lane.reader.next();
+        if (piece === null) {
+            lane.end = Infinity;
+            this.trouble ??= lane.reader.problem;
+            return;
+        }
+        const first = piece.first / sampleRate;
+        const length = piece.samples.length / channels / sampleRate;
+        lane.end = first + length;
+        this.pieces.push({lane, first, length, samples: piece.samples});
+    }
     // Keeps enough sound ahead. Returns a VornError if a track couldn't be read on, else null.
     pump() {
         if (!this.running) return null;
         const started = performance.now();
         for (;;) {
-            const lane = this.lanes.reduce((one, other) => (other.end < one.end ? other : one));
-            const ahead = (lane.end - this.time()) / this.speed;
+            for (const piece of this.pieces.splice(0)) this.schedule(piece);
+            const ahead = (this.made() - this.time()) / this.speed;
             const spent = performance.now() - started;
-            if (ahead >= AHEAD || (ahead >= LEAST_AHEAD && spent >= PUMP_MILLISECONDS)) return null;
-            const piece = lane.reader.next();
-            if (piece !== null) {
-                this.schedule(lane, piece);
-            } else {
-                lane.end = Infinity;
-                if (lane.reader.problem !== null) return lane.reader.problem;
-            }
+            if (ahead >= AHEAD || (ahead >= LEAST_AHEAD && spent >= PUMP_MILLISECONDS)) break;
+            this.makePiece();
         }
+        const {trouble} = this;
+        this.trouble = null;
+        return trouble;
     }
-    schedule(lane, piece) {
-        const {sampleRate, channels} = lane.reader;
-        const first = piece.first / sampleRate;
-        const length = piece.samples.length / channels / sampleRate;
-        lane.end = first + length;
+    schedule({lane, first, length, samples}) {
         const skipped = Math.max(0, this.seconds - first);
         if (skipped >= length) return;
         const due = this.begin + (first + skipped - this.seconds) / this.speed;
         const late = Math.max(0, this.context.currentTime - due) * this.speed;
         if (skipped + late >= length) return;
         const node = this.context.createBufferSource();
-        node.buffer = lane.makeBuffer(this.context, piece.samples);
+        node.buffer = lane.makeBuffer(this.context, samples);
         node.playbackRate.value = this.speed;
         node.connect(this.gain);
         node.onended = () => lane.nodes.delete(node);

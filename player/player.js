@@ -27,6 +27,7 @@ export class Player {
         this.muted = false;
         this.shownCount = 0; // frames shown and left out while playing
         this.droppedCount = 0;
+        this.lateCount = 0; // looks for a frame that was due and not there
         this.onFrame = () => {};
         this.controls = new Controls(this, root);
         root.player = this;
@@ -67,7 +68,7 @@ export class Player {
         this.feed = this.frames = this.movie = null;
         this.arriving = false;
         this.shown = -1;
-        this.shownCount = this.droppedCount = 0;
+        this.shownCount = this.droppedCount = this.lateCount = 0;
         this.controls.showMessage('');
     }
     play() {
@@ -155,15 +156,17 @@ export class Player {
     startClock() {
         this.arriving = false;
         this.wallStart = performance.now();
-        if (this.feed !== null) this.withSound(() => this.feed.start(this.position, this.speed));
+        this.withSound(() => this.feed.start(this.position, this.speed));
     }
     // Does `change` to the sound, which goes on from where it is.
     restartClock(change) {
         const position = this.movie === null ? 0 : this.time();
         change();
         if (!this.playing || this.arriving) return;
+        if (this.feed !== null) this.feed.stop();
         this.position = position;
-        this.startClock();
+        this.wanted = this.shown;
+        this.arriving = true;
     }
     // Where the movie is, in seconds.
     time() {
@@ -176,17 +179,25 @@ export class Player {
         this.withSound(() => {
             const problem = this.feed.pump();
             if (problem !== null) this.controls.showMessage(`The sound is cut short: ${problem.message}`);
-            if (this.feed.stalled() < DEVICE_PATIENCE) return;
-            this.position = this.feed.time();
-            this.wallStart = performance.now();
-            throw new VornError('the sound device does not answer');
+            this.checkDevice(this.feed.stalled());
         });
+    }
+    // Whether the sound device runs, or there is none to wait for: to start it takes a page's whole attention for a while.
+    wakeSound() {
+        this.withSound(() => this.checkDevice(this.feed.wake()));
+        return this.feed === null || this.feed.wokenAt === 0;
+    }
+    checkDevice(milliseconds) {
+        if (milliseconds >= DEVICE_PATIENCE) throw new VornError('the sound device does not answer');
     }
     // Plays on without sound if the device or the browser doesn't want it.
     withSound(work) {
+        if (this.feed === null) return;
         try {
             work();
         } catch (error) {
+            this.position = this.time();
+            this.wallStart = performance.now();
             this.controls.showMessage(`No more sound: ${error.message}`);
             this.feed.close();
             this.feed = null;
@@ -220,7 +231,7 @@ export class Player {
         frames.goOn(wanted, wanted);
         const more = frames.ready.length > 0 || frames.problem !== null || wanted + 1 >= this.movie.frames;
         if (!this.playing) this.arriving = false;
-        else if (more) this.startClock();
+        else if (more && this.wakeSound()) this.startClock();
     }
     // While the clock goes: the frame that is due, or the last one before it.
     follow() {
@@ -233,6 +244,7 @@ export class Player {
             this.shownCount++;
             this.show(found);
         } else if (due > this.shown) {
+            this.lateCount++;
             this.checkProblem(due);
         }
         this.frames.goOn(this.shown, due);

@@ -6,7 +6,7 @@ const BAND_FREQUENCIES = [0, 100, 200, 300, 400, 510, 630, 770, 920, 1080, 1270,
     4400, 5300, 6400, 7700, 9500, 12000, 15500];
 const GROUP_RUNS = [2, 3, 4, 5, 6, 8, 9, 10, 11, 12, 13, 14, 15, 16, 32, 64]; // groups of 8 that a run code covers
 const OVERLAP_PARTS = 16; // neighbouring blocks share 1/16
-const STEP_EXPONENT = 0.0664; // step index i stands for a step of 10^(0.0664 * i)
+const BAND_STEPS = Float64Array.from({length: 256}, (unused, i) => 10 ** (0.0664 * i)); // by step index
 
 export const toPcm = (sample) => Math.floor(Math.min(32767, Math.max(-32768, sample)) + 0.5);
 
@@ -34,6 +34,8 @@ class Transform {
         this.points = points;
         this.cos = Float64Array.from({length: points / 2}, (unused, k) => Math.cos(2 * Math.PI * k / points));
         this.sin = Float64Array.from({length: points / 2}, (unused, k) => Math.sin(2 * Math.PI * k / points));
+        this.halfCos = Float64Array.from({length: points / 2}, (unused, k) => Math.cos(Math.PI * k / points));
+        this.halfSin = Float64Array.from({length: points / 2}, (unused, k) => Math.sin(Math.PI * k / points));
         this.reversed = new Uint32Array(points);
         for (let i = 1; i < points; i++) this.reversed[i] = this.reversed[i >> 1] >> 1 | ((i & 1) !== 0 ? points >> 1 : 0);
         this.re = new Float64Array(points);
@@ -84,15 +86,14 @@ function inverseDft(transform, y) {
 
 // Inverse DCT: sample k is the sum of y[j] * cos(pi * j * (k + 1/2) / n), as the real part of a transform of 2n points.
 function inverseDct(transform, y) {
-    const {re, im} = transform;
+    const {re, im, halfCos, halfSin} = transform;
     const n = y.length;
-    re.fill(0);
-    im.fill(0);
     for (let j = 0; j < n; j++) {
-        const angle = Math.PI * j / (2 * n);
-        re[j] = y[j] * Math.cos(angle);
-        im[j] = y[j] * Math.sin(angle);
+        re[j] = y[j] * halfCos[j];
+        im[j] = y[j] * halfSin[j];
     }
+    re.fill(0, n);
+    im.fill(0, n);
     transform.run();
 }
 
@@ -222,7 +223,7 @@ export class TrackReader {
         const value0 = packed();
         const value1 = packed();
         const steps = [];
-        for (let b = 0; b + 1 < edges.length; b++) steps.push(10 ** (STEP_EXPONENT * bits.take(8)));
+        for (let b = 0; b + 1 < edges.length; b++) steps.push(BAND_STEPS[bits.take(8)]);
         for (let p = 2; p < size;) {
             const groups = bits.takeFlag() ? GROUP_RUNS[bits.take(4)] : 1;
             const width = bits.take(4);

@@ -24,14 +24,15 @@ export function niceTicks(low, high, count) {
 
 // options:
 //   kind       'stack', 'curves', or 'area' for one curve that is filled down to 0
-//   series     [{name, color, values}], a value a frame; missing values of curves are null
+//   series     [{name, color, values, mean}], a value a frame; missing values of curves are null; mean may be left out
 //   unit       of the vertical axis
 //   format     number to text, for legend and tip; axis: the same for the axis
 //   budget     value of a dashed line, or undefined
 //   keys       1 for each key frame, marked above; or undefined
 //   top        fixed upper end, or undefined
 //   zero       the axis has 0 in any case
-//   legend     false: no legend; mean: false: none of its means
+//   legend     false: no legend
+//   mean       what its numbers are called, if not 'mean'; '' for none
 //   total      true: the tip has the sum of the series
 //   pick       called with the frame that is clicked
 //   point      called with the frame under the pointer, or -1
@@ -64,10 +65,10 @@ export class Chart {
         const {series, format, keys, budget} = this.options;
         const legend = document.createElement('div');
         legend.className = 'legend';
-        const mean = (values) => (this.options.mean === false ? ''
-            : ` <b>${format(this.mean(values, [0, this.frames]) ?? 0)}</b>`);
-        const parts = series.map(({name, color, values}) => `<span>${swatch(color)}${name}${mean(values)}</span>`);
-        if (this.options.mean !== false) parts.unshift('<span>mean</span>');
+        const meanText = ({values, mean}) => (this.options.mean === '' ? ''
+            : ` <b>${format(mean ?? this.mean(values, [0, this.frames]) ?? 0)}</b>`);
+        const parts = series.map((one) => `<span>${swatch(one.color)}${one.name}${meanText(one)}</span>`);
+        parts.unshift(this.options.mean === '' ? '' : `<span>${this.options.mean ?? 'mean'}</span>`);
         if (budget !== undefined) parts.push(`<span><i class="dash"></i>${budget.name} <b>${format(budget.value)}</b></span>`);
         if (keys !== undefined) parts.push('<span><i class="mark"></i>key frame</span>');
         legend.innerHTML = parts.join('');
@@ -102,9 +103,10 @@ export class Chart {
             low = Math.min(low, value);
             high = Math.max(high, value);
         };
-        for (let i = 0; i < this.frames; i++) {
-            if (kind === 'stack') take(series.reduce((sum, one) => sum + one.values[i], 0));
-            else for (const one of series) if (one.values[i] !== null) take(one.values[i]);
+        for (const column of this.columns()) {
+            const values = series.map((one) => this.mean(one.values, column)).filter((value) => value !== null);
+            if (kind === 'stack') take(values.reduce((sum, value) => sum + value, 0));
+            else values.forEach(take);
         }
         if (budget !== undefined) take(budget.value);
         if (zero || kind !== 'curves') take(0);
@@ -138,7 +140,8 @@ export class Chart {
             this.addText(axis(tick), MARGIN.left - 6, this.y(tick) + 4, 'end');
         }
         this.addText(this.options.unit, MARGIN.left, MARGIN.top - 16, 'start');
-        this.addText('frame', MARGIN.left + this.plotWidth / 2, CHART_HEIGHT - 3, 'middle');
+        const each = this.columns()[0][1];
+        this.addText(each === 1 ? 'frame' : `frame; each column is the mean of ${each}`, MARGIN.left + this.plotWidth / 2, CHART_HEIGHT - 3, 'middle');
         const ticks = niceTicks(0, this.frames, Math.max(2, this.plotWidth / 110)).filter(Number.isInteger);
         for (const tick of ticks) {
             if (tick < this.frames) this.addText(String(tick), this.x(tick + 0.5), CHART_HEIGHT - MARGIN.bottom + 15, 'middle');
@@ -219,7 +222,8 @@ export class Chart {
     }
     showTip(frame) {
         const {series, format, keys, kind} = this.options;
-        const rows = series.map(({name, color, values}) => `<tr><td>${swatch(color)}${name}</td>` +
+        const told = kind === 'stack' ? series.filter(({values}) => values[frame] !== 0) : series;
+        const rows = told.map(({name, color, values}) => `<tr><td>${swatch(color)}${name}</td>` +
             `<td>${values[frame] === null ? '\u2013' : format(values[frame])}</td></tr>`);
         if (kind === 'stack') rows.reverse(); // as they stand
         const sum = series.reduce((total, {values}) => total + values[frame], 0);

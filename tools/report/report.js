@@ -17,7 +17,7 @@ const EXACT_DECIBELS = 80; // what a plane without any error counts as
 const sum = (values) => values.reduce((total, value) => total + value, 0);
 const bytesText = (bytes) => `${Math.round(bytes).toLocaleString('en')} B`;
 const shortBytes = (bytes) => (Math.abs(bytes) >= 1e6 ? `${+(bytes / 1e6).toPrecision(3)}M`
-    : Math.abs(bytes) >= 1000 ? `${+(bytes / 1000).toPrecision(3)}k` : String(Math.round(bytes)));
+    : Math.abs(bytes) >= 1000 ? `${+(bytes / 1000).toPrecision(3)}k` : String(+bytes.toPrecision(3)));
 const percent = (part) => `${(part * 100).toFixed(part < 0.0995 ? 1 : 0)}\u202f%`;
 
 function movieBytes() {
@@ -52,7 +52,7 @@ function showFacts() {
     const picture = `${data.width}\u00d7${data.height}, ${planes.includes('cr') ? 'colour' : 'grey'}` +
         (planes.includes('alpha') ? ' with alpha' : '');
     const sound = data.tracks.map((track) => `${track.sampleRate} Hz ${track.channels === 2 ? 'stereo' : 'mono'}`);
-    byId('facts').textContent = [picture, `${+data.rate.toFixed(3)} frames/s`, `${frameCount} frames`, timeText(seconds),
+    byId('facts').textContent = [picture, `${+data.rate.toFixed(3)} frames/s`, `${frameCount} frame${frameCount === 1 ? '' : 's'}`, timeText(seconds),
         ...sound].join(' \u00b7 ');
     byId('keys').innerHTML = KEYS.map(([keys, what]) => `<dt>${keys.replaceAll('<', '&lt;')}</dt><dd>${what}</dd>`).join('');
 }
@@ -86,8 +86,8 @@ function showBytes() {
     const values = sizes.map((size) => account += size - budget);
     byId('account-note').textContent = `Bytes spent so far beyond one ${name} for each frame. It climbs where frames take more than ` +
         'their share, as key frames do, and falls where the look-ahead saves on simple ones.';
-    addChart(byId('account'), {kind: 'area', series: [{name: 'spent ahead', color: '--c-account', values}], mean: false, unit: 'bytes',
-        format: bytesText, axis: shortBytes, keys: data.key, label: `Running sum of bytes beyond the ${name}`});
+    addChart(byId('account'), {kind: 'area', series: [{name: 'spent ahead', color: '--c-account', values}], unit: 'bytes',
+        format: bytesText, axis: shortBytes, mean: '', keys: data.key, label: `Running sum of bytes beyond the ${name}`});
 }
 
 const decibels = (square) => (square === 0 ? EXACT_DECIBELS : Math.min(EXACT_DECIBELS, 10 * Math.log10(255 * 255 / square)));
@@ -95,12 +95,13 @@ const decibels = (square) => (square === 0 ? EXACT_DECIBELS : Math.min(EXACT_DEC
 function showErrors() {
     if (data.errors === undefined) return;
     document.body.classList.add('with-source');
-    const seriesOf = (valuesOf) => planes.map((plane) =>
-        ({name: PLANES[plane], color: `--c-${plane}`, values: valuesOf(data.errors[plane])}));
-    addChart(byId('psnr'), {kind: 'curves', series: seriesOf((error) => error.square.map(decibels)), keys: data.key, unit: 'dB',
+    const seriesOf = (valuesOf, meanOf) => planes.map((plane) => ({name: PLANES[plane], color: `--c-${plane}`,
+        values: valuesOf(data.errors[plane]), mean: meanOf(data.errors[plane])}));
+    addChart(byId('psnr'), {kind: 'curves', series: seriesOf((error) => error.square.map(decibels),
+        (error) => decibels(sum(error.square) / frameCount)), mean: 'whole movie', keys: data.key, unit: 'dB',
         format: (value) => `${value.toFixed(1)} dB`, axis: (value) => String(+value.toFixed(1)),
         label: 'PSNR of each plane by frame'});
-    addChart(byId('error'), {kind: 'curves', series: seriesOf((error) => error.absolute), keys: data.key, zero: true,
+    addChart(byId('error'), {kind: 'curves', series: seriesOf((error) => error.absolute, () => undefined), keys: data.key, zero: true,
         unit: 'mean absolute difference', format: (value) => value.toFixed(2), axis: (value) => String(+value.toFixed(3)),
         label: 'Mean absolute difference of each plane by frame'});
 }

@@ -256,14 +256,14 @@ test('damaged movies end in a message, in bounded time, or play as the reader de
     const counts = {played: 0, refused: 0};
     for (let k = 0; k < 16; k++) checkDamaged(whole.subarray(0, random(whole.length)), `cut ${k}`, counts);
     assert.equal(counts.refused, 16);
-    for (let k = 0; k < 80; k++) {
+    for (let k = 0; k < 50; k++) {
         const bytes = Buffer.from(whole);
         // Half of the flips go to the head and the starts of packets, where lengths are.
         const at = k % 2 === 0 ? random(whole.length) : random(Math.min(whole.length, 400));
         bytes[at] ^= 1 << random(8);
         checkDamaged(bytes, `flip ${k} at ${at}`, counts);
     }
-    assert.ok(counts.refused > 40 && counts.played > 3, JSON.stringify(counts));
+    assert.ok(counts.refused > 30 && counts.played > 3, JSON.stringify(counts));
     // Several bytes at once, many times over, without asking the reader.
     for (let k = 0; k < 400; k++) {
         const bytes = Buffer.from(k % 8 === 0 ? whole.subarray(0, random(whole.length)) : whole);

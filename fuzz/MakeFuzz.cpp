@@ -3,6 +3,7 @@
 // that isn't finished never takes the place of another.
 #include <algorithm>
 
+#include "analysis/Kernels.h"
 #include "fuzz/Fuzz.h"
 #include "tests/files/MemoryDisk.h"
 #include "tests/movie/MovieMaking.h"
@@ -212,10 +213,8 @@ void Finish(const Choices& choices, const Plan& plan, VornMakeState* state) {
     }
 }
 
-} // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    Choices choices = {data, size};
+// All of it once. Returns the file that stands under the movie's name in the end.
+std::vector<uint8_t> MakeMovie(Choices choices) {
     MemoryDisk memoryDisk;
     UseMemoryDisk(&memoryDisk);
     disk->files[NAME] = Bytes(OLDER);
@@ -236,5 +235,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     MOKSetMemory(nullptr, nullptr);
     Require(disk->open.empty(), "all files are closed");
     platform = &SYSTEM_PLATFORM;
+    return disk->files[NAME];
+}
+
+} // namespace
+
+// The last byte says with which other kernels the movie is made once more, if any.
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const std::vector<uint8_t> movie = MakeMovie({data, size});
+    const int level = size > 0 ? data[size - 1] % 6 : 0;
+    if (level < static_cast<int>(BestCpuLevel())) {
+        UseKernelsOf(static_cast<CpuLevel>(level));
+        const std::vector<uint8_t> other = MakeMovie({data, size});
+        UseKernelsOf(BestCpuLevel());
+        Require(movie == other, "all kernels make the same movie");
+    }
     return 0;
 }

@@ -56,6 +56,8 @@ Request TakeRequest(Choices* choices, const Bytes& movie) {
     request.numerator = choices->Of(parts);
     request.denominator = choices->Of(parts);
     request.shift = static_cast<int8_t>(choices->Byte());
+    if (request.shift == INT8_MIN) request.shift = INT32_MIN;
+    if (request.shift == INT8_MAX) request.shift = INT32_MAX;
     cancelAt = choices->Byte();
     disk->failingOperation = choices->Byte();
     const uint64_t numerator =

@@ -72,13 +72,16 @@ bool CheckArguments(Mix* mix) {
     return true;
 }
 
+bool RefuseInput(Mix* mix) {
+    ReportMix(mix, "Couldn't open input Vorn file.");
+    return false;
+}
+
 bool OpenInput(Mix* mix) {
     mix->input = SpoolOpen(MIX_BUFFER_BYTES, mix->inputName);
-    if (mix->input == nullptr) {
-        ReportMix(mix, "Couldn't open input Vorn file.");
-        return false;
-    }
+    if (mix->input == nullptr) return RefuseInput(mix);
     const uint64_t size = SpoolSize(mix->input);
+    if (mix->input->incomplete != 0) return RefuseInput(mix); // its size can't be told: nothing of it can be checked
     mix->movieBytes = size > mix->movieOffset ? size - mix->movieOffset : 0;
     SpoolSeek(mix->input, mix->movieOffset);
     uint32_t magic = 0;
@@ -133,7 +136,7 @@ bool CheckIndex(Mix* mix) {
         from = to;
     }
     SpoolSeek(mix->input, tables);
-    return true;
+    return mix->input->incomplete == 0 || RefuseInput(mix); // a seek failed: what was read lay somewhere else
 }
 
 bool CheckHead(Mix* mix) {

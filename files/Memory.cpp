@@ -6,8 +6,11 @@
 //   -2 * sizeof(void*)          with TAG_HOOK, the releaser that was in force when the block was made
 #include "files/Memory.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
+
+#include "platform/Platform.h"
 
 namespace {
 
@@ -16,29 +19,43 @@ constexpr uint8_t TAG_HOOK = 3;
 constexpr uint32_t BLOCK_OVERHEAD = 64;                         // bytes
 constexpr uint32_t RELEASER_DISTANCE = 2 * sizeof(MokReleaser); // bytes below the block; clear of tag and offset
 
-MokAllocator allocHook = nullptr;
-MokReleaser freeHook = nullptr;
+struct Hooks {
+    MokAllocator allocator;
+    MokReleaser releaser;
+};
+constinit Hooks hooks = {nullptr, nullptr};
+constinit std::atomic_flag hooksBusy; // held while the pair is read or set, so that no one sees half of it
+
+Hooks ExchangeHooks(const Hooks* newHooks) {
+    while (hooksBusy.test_and_set(std::memory_order_acquire)) vorn::platform->sleepMilliseconds(0);
+    const Hooks before = hooks;
+    if (newHooks != nullptr) hooks = *newHooks;
+    hooksBusy.clear(std::memory_order_release);
+    return before;
+}
 
 // A raw block and where it came from; null if there is none.
 struct RawBlock {
     uint8_t* address;
     uint8_t tag;
+    MokReleaser releaser; // with TAG_HOOK
 };
 
 RawBlock TakeRawBlock(uint32_t bytes) {
-    if (allocHook != nullptr) {
-        void* block = allocHook(bytes);
-        if (reinterpret_cast<uintptr_t>(block) == UINTPTR_MAX) return {nullptr, TAG_HOOK};
-        if (block != nullptr) return {static_cast<uint8_t*>(block), TAG_HOOK};
+    const Hooks inForce = ExchangeHooks(nullptr);
+    if (inForce.allocator != nullptr) {
+        void* block = inForce.allocator(bytes);
+        if (reinterpret_cast<uintptr_t>(block) == UINTPTR_MAX) return {nullptr, TAG_HOOK, nullptr};
+        if (block != nullptr) return {static_cast<uint8_t*>(block), TAG_HOOK, inForce.releaser};
     }
-    return {static_cast<uint8_t*>(std::malloc(bytes)), TAG_HEAP};
+    return {static_cast<uint8_t*>(std::malloc(bytes)), TAG_HEAP, nullptr};
 }
 
 } // namespace
 
 void VORN_CALL MOKSetMemory(MokAllocator allocator, MokReleaser releaser) {
-    allocHook = allocator;
-    freeHook = releaser;
+    const Hooks newHooks = {allocator, releaser};
+    ExchangeHooks(&newHooks);
 }
 
 void* VORN_CALL mokmalloc(uint32_t size) {
@@ -49,7 +66,7 @@ void* VORN_CALL mokmalloc(uint32_t size) {
     uint8_t* block = raw.address + offset;
     block[-1] = offset;
     block[-2] = raw.tag;
-    if (raw.tag == TAG_HOOK) std::memcpy(block - RELEASER_DISTANCE, &freeHook, sizeof freeHook);
+    if (raw.tag == TAG_HOOK) std::memcpy(block - RELEASER_DISTANCE, &raw.releaser, sizeof raw.releaser);
     return block;
 }
 

@@ -47,7 +47,7 @@ void PrepareBuffer(SpoolFile* file) {
 bool WriteThrough(SpoolFile* file, const uint8_t* source, uint32_t bytes) {
     const uint32_t written = platform->writeFile(file->handle, source, bytes);
     file->systemPosition += written;
-    if (written != bytes) file->incomplete = 1;
+    if (written != bytes) file->incomplete |= WRITE_CUT;
     return written == bytes;
 }
 
@@ -89,9 +89,18 @@ uint64_t SpoolSize(SpoolFile* file) {
         const uint64_t position = platform->seekFile(file->handle, 0, SeekOrigin::CURRENT);
         file->knownSize = platform->seekFile(file->handle, 0, SeekOrigin::END);
         const uint64_t back = platform->seekFile(file->handle, static_cast<int64_t>(position), SeekOrigin::START);
-        if (position == NO_POSITION || file->knownSize == UNKNOWN_SIZE || back != position) file->incomplete = 1;
+        if (position == NO_POSITION || file->knownSize == UNKNOWN_SIZE || back != position) {
+            file->incomplete |= SEEK_FAILED;
+        }
     }
     return std::max(file->knownSize, SpoolTell(file));
+}
+
+bool SpoolReaches(SpoolFile* file, uint64_t position) {
+    if (file->incomplete == 0) return position <= SpoolSize(file);
+    const uint64_t end = platform->seekFile(file->handle, 0, SeekOrigin::END);
+    platform->seekFile(file->handle, static_cast<int64_t>(file->systemPosition), SeekOrigin::START);
+    return end != NO_POSITION && position <= end;
 }
 
 uint64_t SpoolSeek(SpoolFile* file, uint64_t target) {
@@ -109,7 +118,7 @@ uint64_t SpoolSeek(SpoolFile* file, uint64_t target) {
         file->cursor = file->limit;
     }
     file->systemPosition = platform->seekFile(file->handle, static_cast<int64_t>(target), SeekOrigin::START);
-    if (file->systemPosition == NO_POSITION) file->incomplete = 1;
+    if (file->systemPosition == NO_POSITION) file->incomplete |= SEEK_FAILED;
     return current;
 }
 

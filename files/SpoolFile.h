@@ -20,10 +20,14 @@ struct SpoolFile {
     uint64_t systemPosition; // where the system's file pointer stands
     uint64_t knownSize;      // the file's size at least; all ones until first asked
     uint32_t writing;        // 1 made by SpoolCreate, 0 by SpoolOpen
-    uint32_t incomplete;     // set when any write at all came up short or a seek failed: the file isn't what it should be
+    uint32_t incomplete;     // not 0: the file isn't what it should be. WRITE_CUT, SEEK_FAILED; never cleared
 };
 
 namespace vorn {
+
+// Bits of SpoolFile::incomplete.
+constexpr uint32_t WRITE_CUT = 1;   // any write at all came up short
+constexpr uint32_t SEEK_FAILED = 2; // since then what was written may lie anywhere
 
 // Creates or empties a file for writing; `shared` as in Platform::createFile. Null if it can't be had. Names of more than
 // 127 bytes are refused.
@@ -37,6 +41,8 @@ uint64_t SpoolTell(const SpoolFile* file);
 uint64_t SpoolSize(SpoolFile* file);
 // Moves the logical position; returns the one before.
 uint64_t SpoolSeek(SpoolFile* file, uint64_t target);
+// Whether the file that the system has is at least so long: after a write that came up short it may be shorter than SpoolSize.
+bool SpoolReaches(SpoolFile* file, uint64_t position);
 // Empties the write buffer; with `force`, and if the buffer held data, commits to disk.
 void SpoolFlush(SpoolFile* file, bool force);
 // Writes out the buffer and commits to disk. True if every byte that was ever written reached the file.

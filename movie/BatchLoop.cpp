@@ -130,8 +130,10 @@ FrameOutcome MakeFrame(VornMakeState* state, QueueAccount* account, uint32_t slo
 
     TakeFileHold(state);
     const bool fits = position + LargestPacket(state, result) <= LAST_POSITION;
-    const uint32_t end = fits ? AppendFrame(state, account, slot, start, result) : start;
-    const bool cutShort = state->file->writeError != 0;
+    // A head rewritten meanwhile may have failed to come back to where the frame goes.
+    const bool inPlace = SpoolTell(state->file) == position;
+    const uint32_t end = fits && inPlace ? AppendFrame(state, account, slot, start, result) : start;
+    const bool cutShort = !inPlace || state->file->writeError != 0 || (state->file->incomplete & SEEK_FAILED) != 0;
     ReleaseFileHold(state);
     if (!fits) {
         StoreIndexWord(state, state->framesDone, start);

@@ -41,9 +41,8 @@ void SettleFile(VornMakeState* state, bool discard) {
     } else if (whole) {
         SwapNames(state);
     } else {
-        ReportNames(state,
-                    "Vorn couldn't write the whole movie, so '%.123s' wasn't touched. What was written of it is "
-                    "called: '%.127s'.");
+        ReportNames(state, "Vorn couldn't write the whole movie, so '%.123s' wasn't touched. What was written of it is "
+                           "called: '%.127s'.");
     }
 }
 
@@ -96,11 +95,11 @@ using namespace vorn;
 
 uint32_t VORN_CALL VornMakeFlush(VornMakeState* state) {
     if (state == nullptr || !TakeHeadLock(state)) return 0;
-    RewriteHead(state);
+    const bool written = RewriteHead(state);
     // Still under the lock: fileHold keeps out only those who rewrite the head, not the thread that writes frames.
     SpoolFlush(state->file, true);
     ReleaseHeadLock(state);
-    return 1;
+    return written;
 }
 
 uint64_t VORN_CALL VornMakeClose(VornMakeState* state, uint32_t abort) {

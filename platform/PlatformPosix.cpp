@@ -50,6 +50,12 @@ bool StillNamed(int file, const char* name) {
            opened.st_ino == named.st_ino;
 }
 
+bool EmptyFile(int file) {
+    struct stat information;
+    if (fstat(file, &information) == 0 && information.st_size == 0) return true;
+    return Uninterrupted([=] { return ftruncate(file, 0); }) == 0;
+}
+
 void ExpectSequentialUse([[maybe_unused]] int file) {
 #ifdef POSIX_FADV_SEQUENTIAL
     posix_fadvise(file, 0, 0, POSIX_FADV_SEQUENTIAL);
@@ -66,7 +72,7 @@ FileHandle CreateLockedFile(const char* name, bool) {
         }
         // Emptied only now that it is certain that nobody writes it under this name, nor under a new one.
         if (StillNamed(file, name)) {
-            if (Uninterrupted([=] { return ftruncate(file, 0); }) == 0) {
+            if (EmptyFile(file)) {
                 ExpectSequentialUse(file);
                 return file;
             }

@@ -232,7 +232,8 @@ VORN_API void VORN_CALL VornMakePutVideo(VornMakeState *state, uint32_t rate, ui
  * process is killed afterwards.
  * May be called from any thread between VornMake and VornMakeClose, callbacks included.
  * @param state  the movie; null is ignored
- * @return 1 if it was done; 0 if the file was busy for 250 ms, and for a null state
+ * @return 1 if it was done; 0 if the file was busy for 250 ms or lacks something that couldn't be written, and for a null
+ *         state
  */
 VORN_API uint32_t VORN_CALL VornMakeFlush(VornMakeState *state);
 

@@ -3,12 +3,11 @@
 
 #include <csignal>
 
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "tests/movie/MovieMaking.h"
+#include "tests/movie/Faults.h"
 
 using namespace vorn;
 
@@ -16,48 +15,23 @@ namespace {
 
 // What the dying process leaves to the one that looks on; in memory that both share.
 struct Legacy {
-    uint32_t writes;      // write calls begun
-    uint32_t headFrames;  // frames that the last head written counts
+    uint32_t heads;       // complete heads
+    uint32_t headFrames;  // frames that the last one counts
     uint32_t flushFrames; // frames that a VornMakeFlush which answered 1 has seen
-    uint32_t counts;      // heads whose counts were patched
     bool finished;        // the movie came to its end
 };
 Legacy* legacy;
-uint32_t fatalWrite; // number of the write call, from 1, that the process doesn't survive
 
-// Where the write lands that brings file size, frames and largest frame of the head up to date, the last one of a flush.
-constexpr uint64_t COUNTS_POSITION = 4;
-uint64_t filePosition;
-
-uint64_t Seek(FileHandle file, int64_t offset, SeekOrigin origin) {
-    return filePosition = SYSTEM_PLATFORM.seekFile(file, offset, origin);
-}
-
-uint32_t WriteOrDie(FileHandle file, const void* source, uint32_t bytes) {
-    if (++legacy->writes == fatalWrite) std::raise(SIGKILL);
-    const uint32_t written = SYSTEM_PLATFORM.writeFile(file, source, bytes);
-    if (filePosition == COUNTS_POSITION) {
-        legacy->headFrames = static_cast<const uint8_t*>(source)[4]; // fewer than 256
-        legacy->counts++;
-    }
-    filePosition += written;
-    return written;
-}
-
-// In the child. A frame a second, so that a little picture comes with much sound and the file grows past several flushes.
-[[noreturn]] void MakeMovieAndDie(const std::string& name) {
-    Platform table = SYSTEM_PLATFORM;
-    table.seekFile = Seek;
-    table.writeFile = WriteOrDie;
-    platform = &table;
-    MoviePlan plan;
-    plan.width = plan.height = 16;
-    plan.frames = 8;
-    plan.lookAhead = 3;
-    plan.rate = 100000;
-    plan.rateNumerator = 1;
-    plan.sounds = {{22050, 2, 0, 65536}};
-    VornMakeSetMaxCPUs(1);
+// In the child, which doesn't survive call `n` of the platform.
+[[noreturn]] void MakeMovieAndDie(MoviePlan plan, const std::string& name, uint32_t n) {
+    FaultSeam seam;
+    seam.table.flushFile = [](FileHandle) { return !FaultSeam::Fails("commit"); }; // only power cuts need the disk
+    FaultSeam::die = [] {
+        legacy->heads = FaultSeam::heads;
+        legacy->headFrames = FaultSeam::headFrames;
+        std::raise(SIGKILL);
+    };
+    fault = {"any", NOTHING_DONE, false, n};
     VornMakeState* state = OpenMovie(&plan, name, nullptr);
     for (uint32_t frame = 0; frame < plan.frames; frame++) {
         PutFrame(state, plan, frame);
@@ -68,39 +42,79 @@ uint32_t WriteOrDie(FileHandle file, const void* source, uint32_t bytes) {
     _exit(0);
 }
 
-} // namespace
+class Kill : public testing::Test {
+protected:
+    Workers workers{1};
+    TestFolder folder;
+    const std::string name = folder / "movie", temp = name + ".tmp";
+    uint32_t growing = 0, unnamed = 0, renamed = 0, mostFrames = 0;
 
-TEST(Kill, AtAnyWriteLeavesAReadableMovie) {
-    void* shared = mmap(nullptr, sizeof(Legacy), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    ASSERT_NE(shared, MAP_FAILED);
-    legacy = static_cast<Legacy*>(shared);
-    uint32_t readable = 0;
-    uint32_t mostFrames = 0;
-    for (fatalWrite = 1;; fatalWrite++) {
-        ASSERT_LT(fatalWrite, 200u);
-        SCOPED_TRACE("write " + std::to_string(fatalWrite));
-        TestFolder folder;
-        const std::string name = folder / "movie";
+    Kill() {
+        void* shared = mmap(nullptr, sizeof(Legacy), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        EXPECT_NE(shared, MAP_FAILED);
+        legacy = static_cast<Legacy*>(shared);
+    }
+    ~Kill() override { munmap(legacy, sizeof(Legacy)); }
+
+    // False if the process wasn't killed any more.
+    bool DieAt(uint32_t n, const MoviePlan& plan) {
+        std::filesystem::remove(temp);
+        WriteWholeFile(name, "older");
         *legacy = {};
         const pid_t child = fork();
-        ASSERT_GE(child, 0);
-        if (child == 0) MakeMovieAndDie(name);
+        if (child == 0) MakeMovieAndDie(plan, name, n);
         int status = 0;
-        ASSERT_EQ(waitpid(child, &status, 0), child);
-        if (legacy->finished) break;
-        ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
-        EXPECT_FALSE(std::filesystem::exists(name));
-        EXPECT_GE(legacy->headFrames, legacy->flushFrames);
-        if (legacy->counts == 0) continue; // nothing but the empty head, if that
-        const ReadMovie read = ReadBack(ReadWholeFile(name + ".tmp"), true);
-        EXPECT_EQ(read.complaint, "");
-        EXPECT_EQ(read.frames.size(), legacy->headFrames);
-        readable++;
-        mostFrames = legacy->headFrames > mostFrames ? legacy->headFrames : mostFrames;
+        EXPECT_EQ(waitpid(child, &status, 0), child);
+        if (legacy->finished) return false;
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+        return true;
     }
-    munmap(shared, sizeof(Legacy));
-    EXPECT_GE(readable, 10u);
-    EXPECT_EQ(mostFrames, 8u);
+    void JudgeWhatIsLeft(const std::string& whole) {
+        const std::string final = Snapshot(name), left = Snapshot(temp);
+        EXPECT_GE(legacy->headFrames, legacy->flushFrames);
+        if (final == "file: older") {
+            growing++;
+            if (legacy->heads == 0) return; // nothing but the empty head, if that
+            const ReadMovie read = ReadBack(ReadWholeFile(temp), true);
+            EXPECT_EQ(read.complaint, "");
+            EXPECT_EQ(read.frames.size(), legacy->headFrames);
+            mostFrames = std::max(mostFrames, legacy->headFrames);
+        } else if (final == "nothing") { // between the deletion of the older file and the new name
+            unnamed++;
+            EXPECT_TRUE(left == "file: " + whole);
+        } else {
+            renamed++;
+            EXPECT_TRUE(final == "file: " + whole && left == "nothing");
+        }
+    }
+};
+
+} // namespace
+
+// A frame a second, so that a little picture comes with much sound and the file grows past several flushes.
+TEST_F(Kill, AtAnyCallLeavesAReadableMovie) {
+    MoviePlan first;
+    first.width = first.height = 16;
+    first.frames = 5;
+    first.lookAhead = 3;
+    first.rate = 100000;
+    first.rateNumerator = 1;
+    first.sounds = {{22050, 2, 0, 65536}};
+    for (MoviePlan& plan : MoviesToSweep(first)) {
+        SCOPED_TRACE(Describe(plan));
+        const std::string whole = MakeMovie(&plan, name);
+        growing = unnamed = renamed = mostFrames = 0;
+        const uint32_t cases = SweepCalls([&](uint32_t n) {
+            SCOPED_TRACE("call " + std::to_string(n));
+            if (!DieAt(n, plan)) return false;
+            JudgeWhatIsLeft(whole);
+            return true;
+        });
+        EXPECT_EQ(mostFrames, plan.frames);
+        EXPECT_EQ(unnamed, 1u);
+        EXPECT_EQ(renamed, 1u);
+        NoteCases("killed at a call of the platform", cases, std::to_string(growing) + " in a growing file");
+    }
 }
 
 #endif

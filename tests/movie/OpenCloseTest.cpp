@@ -72,12 +72,6 @@ std::string Words(const std::vector<uint32_t>& words) {
 
 constexpr uint32_t MAGIC = 0x694E5256; // "VRNi"
 
-const char CANT_CREATE[] =
-    "Couldn't create temporary file.\n\nSome possible reasons for this error include:\n  1) compressing to a read-only "
-    "drive (like a CD-ROM),\n  2) compressing to a drive that is full (out of disk space), or\n  3) compressing "
-    "multiple "
-    "files to the same Vorn output filename.";
-
 } // namespace
 
 TEST_F(OpenClose, HeadIsRightByteByByteAtOpenAndClose) {
@@ -287,94 +281,6 @@ TEST_F(OpenClose, NamesTheLargestHeightAndFrameCountThatFit) {
     EXPECT_TRUE(memory.blocks.empty());
 }
 
-TEST_F(OpenClose, EachAllocationThatFailsLeavesNothingBehind) {
-    arguments.tracks = {{1, 44100, 16, 2, 4, 0, Silence}, {2, 22050, 16, 1, 104, 0, Silence}};
-    MemorySeam memory;
-    uint32_t failures = 0;
-    for (uint32_t n = 1; n < 100; n++) {
-        reports.clear();
-        memory.requests = 0;
-        memory.failingRequest = n;
-        VornMakeState* state = arguments.Open();
-        memory.failingRequest = 0;
-        if (state != nullptr) {
-            EXPECT_TRUE(reports.empty());
-            VornMakeClose(state, 1);
-            if (memory.requests < n) break;
-        } else {
-            failures++;
-            ASSERT_EQ(reports.size(), 1u);
-            EXPECT_EQ(reports[0].text, n == 1 ? CANT_CREATE : "Out of memory!"); // the first is the file object
-            EXPECT_EQ(reports[0].hadRecord, n == 1);
-        }
-        ASSERT_EQ(folder.FileCount(), 0u);
-        ASSERT_TRUE(memory.blocks.empty());
-    }
-    EXPECT_GE(failures, 4u); // file object, block, two encoders
-}
-
-TEST_F(OpenClose, ATemporaryFileThatIsTakenOrCannotBeIsReported) {
-    VornMakeState* first = arguments.Open();
-    ASSERT_NE(first, nullptr);
-    EXPECT_EQ(arguments.Open(), nullptr);
-    Arguments nowhere = arguments;
-    nowhere.name = folder / "missing/movie";
-    EXPECT_EQ(nowhere.Open(), nullptr);
-    ASSERT_EQ(reports.size(), 2u);
-    for (const Report& report : reports) {
-        EXPECT_EQ(report.text, CANT_CREATE);
-        EXPECT_TRUE(report.hadRecord);
-    }
-    nowhere.callback = nullptr;
-    EXPECT_EQ(nowhere.Open(), nullptr);
-    EXPECT_EQ(VornMakeClose(first, 0), 60u);
-    EXPECT_EQ(ReadWholeFile(FinalName()).size(), 60u);
-}
-
-TEST_F(OpenClose, OnlyAFinishedMovieTakesThePlaceOfTheOlderOne) {
-    WriteWholeFile(FinalName(), "older");
-    EXPECT_EQ(VornMakeClose(arguments.Open(), 1), 60u);
-    VornMakeState* failing = arguments.Open();
-    failing->failed = 1;
-    EXPECT_EQ(VornMakeClose(failing, 0), 60u);
-    EXPECT_EQ(ReadWholeFile(FinalName()), "older");
-    EXPECT_EQ(folder.FileCount(), 1u);
-    EXPECT_EQ(VornMakeClose(arguments.Open(), 0), 60u);
-    EXPECT_EQ(ReadWholeFile(FinalName()).size(), 60u);
-    EXPECT_EQ(folder.FileCount(), 1u);
-    EXPECT_TRUE(reports.empty());
-}
-
-TEST_F(OpenClose, AFinalNameThatCannotBeHadIsReported) {
-    std::filesystem::create_directory(FinalName());
-    EXPECT_EQ(VornMakeClose(arguments.Open(), 0), 60u);
-    EXPECT_EQ(ReadWholeFile(TempName()).size(), 60u);
-    ASSERT_EQ(reports.size(), 1u);
-    EXPECT_EQ(reports[0].text,
-              "Vorn couldn't overwrite, '" + FinalName() + "', so the new Vorn file is called: '" + TempName() + "'.");
-    EXPECT_TRUE(reports[0].hadRecord);
-    arguments.callback = nullptr;
-    EXPECT_EQ(VornMakeClose(arguments.Open(), 0), 60u);
-
-    arguments.callback = NoteReport;
-    std::filesystem::remove(FinalName());
-    PlatformSeam seam;
-    seam.table.renameFile = [](const char*, const char*) { return NameResult::FAILED; };
-    EXPECT_EQ(VornMakeClose(arguments.Open(), 0), 60u);
-    EXPECT_EQ(reports.back().text, "Vorn couldn't rename the temporary file.");
-    EXPECT_TRUE(std::filesystem::exists(TempName()));
-}
-
-TEST_F(OpenClose, FramesStillQueuedAtACancelAreDropped) {
-    VornMakeState* state = arguments.Open();
-    const std::vector<uint8_t> pixels(64 * 8, 200);
-    VornMakePutVideo(state, 1000, UINT32_MAX, 1, pixels.data());
-    ASSERT_EQ(state->queueCount, 1u);
-    state->cancel = 1;
-    EXPECT_EQ(VornMakeClose(state, 0), 60u);
-    EXPECT_EQ(ReadWholeFile(FinalName()).substr(0, 16), Words({MAGIC, 52, 0, 0}));
-}
-
 TEST_F(OpenClose, AHeadIsRefusedWhileAFrameIsWrittenAndGrantedAfterIt) {
     VornMakeState* state = arguments.Open();
     TakeFileHold(state);
@@ -404,41 +310,6 @@ TEST_F(OpenClose, AHeadIsRefusedWhileAFrameIsWrittenAndGrantedAfterIt) {
     EXPECT_TRUE(held);
     EXPECT_EQ(state->fileHold, 0u);
     VornMakeClose(state, 1);
-}
-
-// Two threads rewrite the head without a pause while a third appends words and counts them as frames. All get their turn.
-TEST_F(OpenClose, FlushesBesideAWriterDisturbNothing) {
-    constexpr uint32_t FRAMES = 100;
-    arguments.frames = FRAMES;
-    VornMakeState* state = arguments.Open();
-    std::atomic<uint32_t> granted = 0;
-    std::atomic<bool> done = false;
-    const auto flushOften = [&] {
-        while (!done) granted += VornMakeFlush(state);
-    };
-    std::thread one(flushOften), two(flushOften);
-    for (uint32_t i = 0; i < FRAMES; i++) {
-        const uint32_t before = granted;
-        TakeFileHold(state);
-        const uint64_t position = SpoolTell(state->file);
-        StoreIndexWord(state, i, static_cast<uint32_t>(position));
-        SpoolWriteWord(state->file, i);
-        state->largestFrame = 4;
-        ReleaseFileHold(state);
-        StoreIndexWord(state, i + 1, static_cast<uint32_t>(position + 4));
-        RaiseFramesDone(state);
-        while (granted == before) platform->sleepMilliseconds(0);
-    }
-    done = true;
-    one.join();
-    two.join();
-    VornMakeClose(state, 0);
-
-    const uint32_t head = 44 + 4 * (FRAMES + 1);
-    std::vector<uint32_t> words = {MAGIC, head + 4 * FRAMES - 8, FRAMES, 4, FRAMES, 16, 8, 25, 1, 0, 0};
-    for (uint32_t i = 0; i <= FRAMES; i++) words.push_back(head + 4 * i);
-    for (uint32_t i = 0; i < FRAMES; i++) words.push_back(i);
-    EXPECT_TRUE(ReadWholeFile(FinalName()) == Words(words));
 }
 
 // In a process of its own, for the question is asked once in a process.

@@ -1,9 +1,9 @@
 // StopTest.cpp - movies that end before their time: stopped or given up by a callback, failed, or grown to 4 GiB.
+#include <chrono>
 #include <cstring>
+#include <thread>
 
-#include <gtest/gtest.h>
-
-#include "tests/movie/MovieMaking.h"
+#include "tests/movie/Faults.h"
 
 using namespace vorn;
 
@@ -15,6 +15,7 @@ constexpr uint32_t NEVER = UINT32_MAX;
 struct Script {
     uint32_t stopAt = NEVER;   // report, from 0, that is answered by 1
     uint32_t giveUpAt = NEVER; // report at which `cancel` is set to 2
+    bool flush = false;        // at each report
     uint32_t reports = 0;
     std::vector<uint32_t> frames = {}; // framesDone at each report
     std::string messages = {};
@@ -29,6 +30,12 @@ uint32_t VORN_CALL Act(uint32_t code, void* record, const char* text) {
     }
     const uint32_t report = script.reports++;
     script.frames.push_back(state->framesDone);
+    if (script.flush) {
+        EXPECT_EQ(VornMakeFlush(state), 1u);
+        const ReadMovie read = ReadBack(ReadWholeFile(state->tempName), true);
+        EXPECT_EQ(read.complaint, "");
+        EXPECT_EQ(read.frames.size(), state->framesDone);
+    }
     if (report == script.giveUpAt) state->cancel = 2;
     return report == script.stopAt;
 }
@@ -111,43 +118,60 @@ TEST_F(Stop, GivenUpAtAnyReport) {
     }
 }
 
-// An answer at the same report overrides it: 1 is what `cancel` then says.
-TEST_F(Stop, AnAnswerOverridesGivingUp) {
+// What a flush leaves at any report is a movie of the frames so far, and in the end all is the same.
+TEST_F(Stop, FlushedAtEveryReport) {
+    VornMakeClose(Run({}), 0);
+    const std::string whole = ReadWholeFile(name);
     Script act;
-    act.giveUpAt = act.stopAt = 20;
-    VornMakeState* state = Run(act);
-    EXPECT_EQ(state->framesDone, 2u);
-    EXPECT_EQ(state->failed, 0u);
-    VornMakeClose(state, 0);
-    EXPECT_EQ(ReadBack(ReadWholeFile(name)).complaint, "");
+    act.flush = true;
+    VornMakeClose(Run(act), 0);
+    EXPECT_EQ(script.reports, 5u * 14);
+    EXPECT_TRUE(ReadWholeFile(name) == whole);
+    NoteCases("stopped, given up and flushed at a report", 3 * script.reports);
 }
 
-// The frame that found no memory stays in the queue, and no further one gets in, whether the queue is full or not.
-TEST_F(Stop, FramesAfterAFailureAreRefused) {
-    for (const int32_t lookAhead : {2, 3, 64}) {
-        for (uint32_t failing = 1; failing <= plan.frames; failing++) {
-            SCOPED_TRACE(std::to_string(lookAhead) + " " + std::to_string(failing));
-            plan.lookAhead = lookAhead;
-            MemorySeam memory;
-            script = {};
-            VornMakeState* state = OpenMovie(&plan, name, Act);
-            memory.failingRequest = memory.requests + failing; // one block a frame
-            uint32_t frame = 0;
-            while (frame < plan.frames && state->failed == 0) PutFrame(state, plan, frame++);
-            EXPECT_EQ(state->failed, 1u);
-            EXPECT_EQ(state->framesDone, failing - 1);
-            const uint32_t queued = state->queueCount;
-            const uint32_t reports = script.reports;
-            EXPECT_EQ(memory.requests, memory.failingRequest);
-            for (int i = 0; i < 70; i++) PutFrame(state, plan, frame);
-            EXPECT_EQ(state->queueCount, queued);
-            EXPECT_EQ(state->framesDone, failing - 1);
-            EXPECT_EQ(script.reports, reports);
-            VornMakeClose(state, 0);
-            EXPECT_EQ(folder.FileCount(), 0u);
-            EXPECT_TRUE(memory.blocks.empty());
-        }
+namespace {
+
+// A source that fills so many eighths of what it is asked for and claims another number of them.
+struct Source {
+    uint32_t filled, claimed;
+    uint32_t sleep = 0; // milliseconds
+    bool flush = false; // while the file is in use, so that it must be refused
+    Sound sound = {22050, 2, 4};
+
+    static uint32_t VORN_CALL Read(void* record, uintptr_t user, void* buffer, uint32_t bytes) {
+        Source* source = reinterpret_cast<Source*>(user);
+        std::this_thread::sleep_for(std::chrono::milliseconds(source->sleep));
+        EXPECT_TRUE(!source->flush || VornMakeFlush(static_cast<VornMakeState*>(record)) == 0);
+        source->flush = false;
+        std::memset(buffer, 0, bytes);
+        Sound::Read(record, reinterpret_cast<uintptr_t>(&source->sound), buffer, bytes / 32 * source->filled * 4);
+        return source->claimed > 8 ? source->claimed : bytes / 32 * source->claimed * 4;
     }
+};
+
+} // namespace
+
+// What a source delivers is cut to what was asked for, what it lacks is silence, and its time is its own. The track goes on
+// where the movie ends, for how it ends depends on what the source had.
+TEST_F(Stop, SourcesOfEveryKind) {
+    const auto make = [&](Source source) {
+        const TrackDescriptor track = {1, 22050, 16, 2, 4, reinterpret_cast<uintptr_t>(&source), Source::Read};
+        VornMakeState* state = VornMake(name.c_str(), 64, 16, 16, 50, 0, 0, 25, 1, 1, &track, 2, nullptr);
+        for (uint32_t frame = 0; frame < 5; frame++) {
+            VornMakePutVideo(state, 5000, UINT32_MAX, 0, DrawFrame(Content::FILM, 16, 16, 64, frame).data());
+        }
+        VornMakeClose(state, 0);
+        return ReadWholeFile(name);
+    };
+    const std::string expected = make({8, 8}), silent = make({0, 8});
+    EXPECT_TRUE(expected != silent);
+    EXPECT_TRUE(make({8, UINT32_MAX}) == expected) << "boasting";
+    EXPECT_TRUE(make({8, 8, 10}) == expected) << "slow";
+    EXPECT_TRUE(make({8, 8, 0, true}) == expected) << "flushing";
+    EXPECT_TRUE(make({0, 0}) == silent) << "nothing";
+    for (uint32_t part = 1; part < 8; part++) EXPECT_TRUE(make({part, part}) == make({part, 8})) << part;
+    NoteCases("sources that are slow, short, silent or boasting", 11);
 }
 
 namespace {

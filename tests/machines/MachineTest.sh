@@ -110,5 +110,6 @@ ctest --test-dir "$work" --output-on-failure --no-tests=error -V >"$work/run.log
 grep -oE 'this machine has .*' "$work/run.log"
 passed=$(sed -n 's/.*\[  PASSED  \] \([0-9]*\) test.*/\1/p' "$work/run.log" | awk '{ sum += $1 } END { print sum + 0 }')
 [ "$passed" -ge 100 ] || fail "only $passed tests ran"
+grep -oa 'movies with pinned hashes.*' "$work/run.log"
 echo "$machine: $passed tests passed in $(grep -c '\[  PASSED  \]' "$work/run.log") programs"
 if [ "$machine" != linux-32 ]; then compare_movies "$2"; fi

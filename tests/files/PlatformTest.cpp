@@ -59,6 +59,65 @@ TEST(PlatformFiles, DeleteAndRenameTellMissingFromFailed) {
     EXPECT_FALSE(std::filesystem::exists(a));
 }
 
+namespace {
+
+#if defined(_WIN32)
+constexpr bool WINDOWS = true;
+#else
+constexpr bool WINDOWS = false;
+#endif
+
+// As a program that knows nothing of this library opens it.
+bool CanBeRead(const std::string& name) {
+    return std::ifstream(name, std::ios::binary).is_open();
+}
+bool CanBeWritten(const std::string& name) {
+    return std::ofstream(name, std::ios::binary | std::ios::app).is_open();
+}
+
+} // namespace
+
+// Windows keeps other programs from a file in use as the share flag says, POSIX systems keep nobody from it.
+TEST(PlatformFiles, TheShareFlagLetsOthersReadAndNeverWrite) {
+    TestFolder folder;
+    const std::string name = folder / "movie";
+    for (const bool shared : {true, false}) {
+        SpoolFile* writer = SpoolCreate(16, name.c_str(), shared);
+        ASSERT_NE(writer, nullptr);
+        EXPECT_EQ(CanBeRead(name), shared || !WINDOWS);
+        EXPECT_EQ(CanBeWritten(name), !WINDOWS);
+        SpoolClose(writer);
+    }
+    SpoolFile* reader = SpoolOpen(16, name.c_str());
+    EXPECT_TRUE(CanBeRead(name));
+    EXPECT_EQ(CanBeWritten(name), !WINDOWS);
+    SpoolClose(reader);
+    EXPECT_TRUE(CanBeWritten(name));
+}
+
+// On Windows an open file keeps its name, a read-only one isn't deleted, and only a missing file counts as missing, not a
+// missing folder on the way to it. On POSIX systems a name can always go.
+TEST(PlatformFiles, NamesOfFilesInUse) {
+    TestFolder folder;
+    const std::string name = folder / "movie", other = folder / "other";
+    const NameResult blocked = WINDOWS ? NameResult::FAILED : NameResult::DONE;
+    for (const bool open : {true, false}) {
+        WriteWholeFile(name, "kept");
+        std::ifstream player;
+        if (open) player.open(name, std::ios::binary);
+        if (!open) std::filesystem::permissions(name, std::filesystem::perms::owner_read);
+        if (open) {
+            EXPECT_EQ(RenameNamedFile(other.c_str(), name.c_str()), blocked);
+        }
+        EXPECT_EQ(DeleteNamedFile(WINDOWS || !open ? name.c_str() : other.c_str()), blocked);
+        EXPECT_EQ(ReadWholeFile(name), WINDOWS ? "kept" : "");
+        player.close();
+        if (WINDOWS) std::filesystem::permissions(name, std::filesystem::perms::owner_all);
+    }
+    EXPECT_EQ(DeleteNamedFile((folder / "missing").c_str()), NameResult::MISSING);
+    EXPECT_EQ(DeleteNamedFile((folder / "missing/file").c_str()), WINDOWS ? NameResult::FAILED : NameResult::MISSING);
+}
+
 // Positions beyond 32 bits reach the system whole; the file is sparse.
 TEST(PlatformFiles, PositionsAreWiderThan32Bits) {
     TestFolder folder;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -76,4 +77,9 @@ inline std::string ReadWholeFile(const std::string& name) {
 
 inline void WriteWholeFile(const std::string& name, const std::string& bytes) {
     std::ofstream(name, std::ios::binary) << bytes;
+}
+
+// A line of its own for each kind of fault: how many cases ran, for who wants to read it off.
+inline void NoteCases(const std::string& what, size_t cases, const std::string& more = "") {
+    std::puts(("[    CASES ] " + what + ": " + std::to_string(cases) + (more.empty() ? "" : "; ") + more).c_str());
 }

@@ -16,6 +16,7 @@
 
 #include "mixing/MixInternal.h"
 #include "tests/files/MemoryDisk.h"
+#include "tests/files/TestSeams.h"
 
 using namespace vorn;
 
@@ -334,7 +335,14 @@ TEST_F(MixTest, InPlaceAndCancelled) {
     const Bytes dropped = BuildMovie(movie);
     EXPECT_EQ(seen.outputPosition, GetWord(dropped, 44 + 24 + 8) & ~1u);
     EXPECT_EQ(result, GetWord(dropped, 44 + 24 + 12) & ~1u); // three frames are in the file that is gone
-    cancelAt = UINT32_MAX;
+    for (cancelAt = 0; cancelAt < 8; cancelAt++) {
+        calls = 0;
+        drop = Drop(1);
+        VornMix("in.vrn", "in.vrn", 0, 0, 0, 0, 1, &drop, Report);
+        EXPECT_EQ(calls, cancelAt + 1);
+        EXPECT_EQ(Load("in.vrn"), plain);
+        EXPECT_EQ(disk.size(), 1u);
+    }
     drop = Drop(1);
     EXPECT_EQ(VornMix("in.vrn", "in.vrn", 0, 0, 0, 0, 1, &drop, nullptr), dropped.size());
     EXPECT_EQ(Load("in.vrn"), dropped);
@@ -626,43 +634,34 @@ TEST_F(MixTest, FailingFileOperations) {
             EXPECT_EQ(Load("out.vrn"), result == 0 ? old : whole);
         } while (countdown <= 0 && !HasFailure());
         EXPECT_GT(n, kind == 3 ? 1 : 32); // two writes and two seeks a packet at least
+        const char* const kinds[] = {"write, half done", "write, disk full", "seek", "commit"};
+        NoteCases(std::string("mix, ") + kinds[kind], static_cast<size_t>(n - 1));
     }
 }
-
-int32_t aliveBlocks;
 
 // The n-th allocation fails: a report and nothing left, or a mix that did without the block.
 TEST_F(MixTest, FailingAllocations) {
     const Bytes old = {1, 2, 3};
     Save("in.vrn", BuildMovie(MakeMovie()));
-    uint32_t position = 0, outOfMemory = 0;
-    int32_t n = 0;
+    uint32_t position = 0, outOfMemory = 0, n = 0;
     EXPECT_NE(Run({Encode(7, &position), Encode(11, &position)}), 0u);
     const Bytes whole = Load("out.vrn");
-    MOKSetMemory(
-        [](uint32_t bytes) -> void* {
-            if (Fails()) return reinterpret_cast<void*>(UINTPTR_MAX);
-            aliveBlocks++;
-            return std::malloc(bytes);
-        },
-        [](void* block) {
-            aliveBlocks--;
-            std::free(block);
-        });
+    MemorySeam memory;
     do {
         SCOPED_TRACE(::testing::Message() << "allocation " << n + 1);
         messages.clear();
         Save("out.vrn", old);
         position = 0;
-        countdown = ++n;
+        memory.requests = 0;
+        memory.failingRequest = ++n;
         const uint32_t result = Run({Encode(7, &position), Encode(11, &position)});
-        EXPECT_EQ(aliveBlocks, 0);
+        EXPECT_TRUE(memory.blocks.empty());
         EXPECT_EQ(messages.size(), result == 0);
         outOfMemory += !messages.empty() && messages[0] == "Out of memory!";
         EXPECT_EQ(Load("out.vrn"), result == 0 ? old : whole);
-    } while (countdown <= 0 && !HasFailure());
-    MOKSetMemory(nullptr, nullptr);
+    } while (memory.requests >= n && !HasFailure());
     EXPECT_GE(outOfMemory, 3u); // the working block and both encoders
+    NoteCases("mix, allocation", n - 1, std::to_string(outOfMemory) + " out of memory");
 }
 
 } // namespace

@@ -136,7 +136,7 @@ protected:
             cases += count;
             if (count > 0) text += (text.empty() ? "" : ", ") + std::to_string(count) + ' ' + OUTCOME_NAMES[outcome];
         }
-        vorn::NoteCases(what, cases, text);
+        ::NoteCases(what, cases, text);
     }
     // Each call of a kind fails, alone and with all behind it. `allowed` is what may come of it.
     void Sweep(const std::string& call, int error, const Outcomes& allowed, const std::string& olderTemp = "") {
@@ -271,7 +271,7 @@ TEST_F(FaultyMovie, NamesThatCannotBeHad) {
             if (std::filesystem::exists(name)) permissions(name, perms::owner_all);
         }
     }
-    vorn::NoteCases("names that can't be had", 2 * std::size(CASES));
+    ::NoteCases("names that can't be had", 2 * std::size(CASES));
 }
 
 // The file's bytes, then its name: a power cut between the two leaves the old movie or the new one, and at worst the new one

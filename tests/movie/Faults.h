@@ -1,7 +1,6 @@
 // Faults.h - a system whose calls fail one by one, and what has become of the movie that was made on it meanwhile.
 #pragma once
 
-#include <cstdio>
 #include <cstdlib>
 
 #include <gtest/gtest.h>
@@ -145,11 +144,6 @@ inline std::vector<MoviePlan> MoviesToSweep(const MoviePlan& first) {
         }
     }
     return plans;
-}
-
-// A line of its own for each kind of fault: how many cases ran, for who wants to read it off.
-inline void NoteCases(const std::string& what, size_t cases, const std::string& more = "") {
-    std::puts(("[    CASES ] " + what + ": " + std::to_string(cases) + (more.empty() ? "" : "; ") + more).c_str());
 }
 
 // Runs with n = 1, 2, 3, .. until `run(n)` says that there was no n-th call any more. Returns how many there were.

@@ -341,7 +341,7 @@ TEST_F(MixTest, InPlaceAndCancelled) {
         VornMix("in.vrn", "in.vrn", 0, 0, 0, 0, 1, &drop, Report);
         EXPECT_EQ(calls, cancelAt + 1);
         EXPECT_EQ(Load("in.vrn"), plain);
-        EXPECT_EQ(disk.size(), 1u);
+        EXPECT_EQ(disk->files.size(), 1u);
     }
     drop = Drop(1);
     EXPECT_EQ(VornMix("in.vrn", "in.vrn", 0, 0, 0, 0, 1, &drop, nullptr), dropped.size());

@@ -240,7 +240,11 @@ static void SkipFrames(FrameSource* source, uint32_t count) {
             throw Failure{EXIT_USAGE,
                           fmt::format("--seek {}: {} has {} frames, counted from 0", count, source->name, skipped)};
     }
-    if (source->frames) *source->frames -= std::min<uint64_t>(count, *source->frames);
+    if (count == 0 || !source->frames) return;
+    if (*source->frames <= count)
+        throw Failure{EXIT_USAGE,
+                      fmt::format("--seek {}: {} has {} frames, counted from 0", count, source->name, *source->frames)};
+    *source->frames -= count;
 }
 
 std::unique_ptr<FrameSource> OpenFrames(const InputOptions& options) {

@@ -1,5 +1,8 @@
 // Main.cpp - the program `vorn`: its arguments, and how it ends. The only file that knows the option parser.
+#include <algorithm>
 #include <cerrno>
+#include <charconv>
+#include <cmath>
 #include <csignal>
 
 #include <fcntl.h>
@@ -19,18 +22,32 @@ namespace vorn {
 
 namespace {
 
-// Checks a value without a word about it in the help, where the option's own words say what is taken.
-CLI::Validator Whole(uint32_t least, uint32_t most = UINT32_MAX) {
-    return CLI::Range(least, most).description("");
+// Checks of values, which tell what would be taken, and of which the help says nothing.
+CLI::Validator Whole(uint64_t least, uint64_t most = UINT32_MAX) {
+    const auto check = [=](const std::string& text) {
+        uint64_t value = 0;
+        if (ParseNumber(text, most, &value) && value >= least) return std::string();
+        return fmt::format("{} is no whole number from {} to {}", text, least, most);
+    };
+    return CLI::Validator(check, "");
 }
 
 CLI::Validator Positive() {
-    CLI::Validator check = CLI::PositiveNumber;
-    return check.description("");
+    const auto check = [](const std::string& text) {
+        double value = 0;
+        const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
+        const bool good = result.ec == std::errc() && result.ptr == text.data() + text.size() && value > 0;
+        return good && std::isfinite(value) ? std::string() : fmt::format("{} is no number above 0", text);
+    };
+    return CLI::Validator(check, "");
 }
 
 CLI::Validator Words(const std::vector<std::string>& words) {
-    return CLI::IsMember(words).description("");
+    const auto check = [=](const std::string& text) {
+        if (std::find(words.begin(), words.end(), text) != words.end()) return std::string();
+        return fmt::format("{} is none of {}", text, fmt::join(words, ", "));
+    };
+    return CLI::Validator(check, "");
 }
 
 void AddForce(CLI::App* app, bool* force, bool* quiet) {
@@ -62,8 +79,11 @@ void AddMakeSize(CLI::App* app, MakeOptions* o) {
     app->add_option("--quality", o->quality, "The same by picture size: low, middle (the default) or high")
         ->check(Words({"low", "middle", "high"}))
         ->type_name("WORD");
-    app->add_option("--cap", o->cap, "Most bytes for the picture of a frame (no limit)")->type_name("BYTES");
+    app->add_option("--cap", o->cap, "Most bytes for the picture of a frame (no limit)")
+        ->check(Whole(0))
+        ->type_name("BYTES");
     app->add_option("--key-interval", o->keyInterval, "Frames from one key frame to the next (only the first)")
+        ->check(Whole(0))
         ->type_name("N");
     app->add_option("--look-ahead", o->lookAhead, "Frames over which bytes are shared out (16)")
         ->check(Whole(2, 64))
@@ -83,7 +103,7 @@ void AddMake(CLI::App* main, MakeOptions* o) {
     app->add_flag("--grey", o->grey, "Leave the colour out");
     app->add_flag("--alpha", o->alpha, "Keep the alpha of raw pictures; that of PNG is kept anyway");
     app->add_flag("--no-alpha", o->noAlpha, "Leave alpha out");
-    app->add_option("--audio", o->sounds, "A track; any number of them. Quality: 0 finest to 99, or 100 to 199")
+    app->add_option("--audio", o->sounds, "A track; any number of them. Quality: 0 finest to 99, 100 to 199")
         ->allow_extra_args(false)
         ->type_name("FILE[,id=N,quality=N]");
     app->add_flag("--verify", o->verify, "Read everything back and compare it with what the encoder holds");
@@ -100,7 +120,7 @@ void AddInfo(CLI::App* main, InfoOptions* o) {
     CLI::App* app = main->add_subcommand("info", "Tell what a movie is and where its bytes go");
     app->add_option("MOVIE", o->movie, "The movie")->required()->type_name("");
     app->add_flag("--frames", o->frames, "A line for each frame as well");
-    app->add_flag("--blocks", o->blocks, "How the blocks of each plane are coded; with --frames in each frame");
+    app->add_flag("--blocks", o->blocks, "How the blocks of each plane are coded; with --frames of each");
     app->add_flag("--json", o->json, "All of it as JSON, for programs");
     app->footer("Example: vorn info clip.vrn --blocks");
 }
@@ -115,7 +135,7 @@ void AddVerify(CLI::App* main, VerifyCommandOptions* o) {
     app->add_option("--seek", o->source.seek, "The movie starts at frame N of the source")
         ->check(Whole(0))
         ->type_name("N");
-    app->add_option("--most", o->most, "Print at most so many violations (10)")->type_name("N");
+    app->add_option("--most", o->most, "Print at most so many violations (10)")->check(Whole(0))->type_name("N");
     app->add_flag("--growing", o->growing, "The movie isn't finished yet: a NAME.part.tmp");
     app->add_flag("--no-pacing", o->noPacing, "Sound need not be 3/4 of a second ahead (after mix --fps)");
     app->add_flag("-q,--quiet", o->quiet, "Violations only");
@@ -127,7 +147,7 @@ void AddDecode(CLI::App* main, DecodeOptions* o) {
     CLI::App* app = main->add_subcommand("decode", "Write a movie's pictures or sound to a plain file");
     app->add_option("MOVIE", o->movie, "The movie")->required()->type_name("");
     app->add_option("-o,--output", o->output,
-                    ".y4m, .bgra (raw), .wav, .png; shots/%04d.png, a folder; - is standard output")
+                    ".y4m, .bgra, .wav, .png, shots/%04d.png, a folder; - is a pipe")
         ->required()
         ->type_name("OUT");
     app->add_option("--as", o->kind, "What to write if the name doesn't tell: y4m, bgra, png or wav")
@@ -167,8 +187,10 @@ void AddReport(CLI::App* main, ReportOptions* o) {
     app->add_option("--raw", o->source.raw, "The source is raw pictures, bytes B, G, R, A")->type_name("WIDTHxHEIGHT");
     app->add_option("--show", o->shown, "Show this frame beside its source; any number of them")
         ->allow_extra_args(false)
+        ->check(Whole(0))
         ->type_name("N");
     app->add_option("--frame-bytes", o->frameBytes, "The budget that it was made with (the mean frame)")
+        ->check(Whole(1))
         ->type_name("N");
     app->add_option("--rate", o->rateKbit, "The same as a data rate in kbit/s")->check(Positive())->type_name("KBIT");
     AddForce(app, &o->force, &o->quiet);
@@ -186,6 +208,7 @@ void AddMix(CLI::App* main, MixOptions* o) {
         ->type_name("ID=FILE[,quality=N]");
     app->add_option("--drop", o->drops, "Leave track ID out; any number of them")
         ->allow_extra_args(false)
+        ->check(Whole(0))
         ->type_name("ID");
     app->add_option("--delay", o->delayFrames, "Start new sound so many frames late")
         ->check(Whole(0, 1 << 30))
@@ -202,11 +225,13 @@ void AddBench(CLI::App* main, BenchOptions* o) {
     CLI::App* app = main->add_subcommand("bench", "Measure how fast a whole movie is made");
     AddInput(app, &o->input, "INPUT", INPUTS);
     AddRate(app, &o->input);
-    app->add_option("--frame-bytes", o->frameBytes, "Bytes for each frame (one for every 8 pixels)")->type_name("N");
+    app->add_option("--frame-bytes", o->frameBytes, "Bytes for each frame (one for every 8 pixels)")
+        ->check(Whole(1))
+        ->type_name("N");
     app->add_option("--look-ahead", o->lookAhead, "Frames over which bytes are shared out (16)")
         ->check(Whole(2, 64))
         ->type_name("2..64");
-    app->add_option("--frames", o->frames, "Take at most so many frames")->type_name("N");
+    app->add_option("--frames", o->frames, "Take at most so many frames")->check(Whole(1))->type_name("N");
     app->add_option("--threads", o->threads, "Threads that compress (one per processor)")
         ->check(Whole(1, 32))
         ->type_name("1..32");
@@ -221,7 +246,7 @@ void AddScene(CLI::App* main, SceneOptions* o) {
     app->add_option("NAME", o->scene, "The scene; glass has alpha, for .bgra")
         ->required()
         ->type_name("balls|drift|cuts|noise|glass");
-    app->add_option("-o,--output", o->output, "The pictures: .y4m, or .bgra for raw ones; - is Y4M on standard output")
+    app->add_option("-o,--output", o->output, "The pictures: .y4m, or .bgra for raw ones; - is a Y4M pipe")
         ->type_name("OUT");
     app->add_option("--sound", o->sound, "A tune as long as the pictures")->type_name("OUT.wav");
     app->add_option("--size", o->size, "Size of the pictures (320x240)")->type_name("WIDTHxHEIGHT");
@@ -276,6 +301,18 @@ void AddManual(CLI::App* main, ManualOptions* o) {
     app->add_option("--completions", o->completionFolder, "Where vorn.bash and _vorn go")->type_name("DIR");
 }
 
+// What the parser has no good words for: no command, or a word that is none.
+void CheckCommand(const CLI::App& app, int count, char** arguments) {
+    if (count > 1 && arguments[1][0] == '-') return;
+    std::string names;
+    for (const CLI::App* command : app.get_subcommands([](const CLI::App* c) { return !c->get_group().empty(); })) {
+        if (count > 1 && command->get_name() == arguments[1]) return;
+        names += (names.empty() ? "" : ", ") + command->get_name();
+    }
+    const std::string what = count > 1 ? fmt::format("{}: is no command", arguments[1]) : "a command is wanted";
+    throw Failure{EXIT_USAGE, fmt::format("{}; there are {}; see --help", what, names)};
+}
+
 int Run(int count, char** arguments) {
     MakeOptions make;
     InfoOptions info;
@@ -304,6 +341,7 @@ int Run(int count, char** arguments) {
     AddScene(&app, &scene);
     AddBench(&app, &bench);
     AddManual(&app, &manual);
+    CheckCommand(app, count, arguments);
     try {
         app.parse(count, arguments);
     } catch (const CLI::ParseError& error) {

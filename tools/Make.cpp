@@ -274,6 +274,12 @@ void Report(const MakeRun& run, const std::string& what) {
     Say(line + '\n');
 }
 
+std::string HoldsNothing(const MakeRun& run) {
+    const uint32_t seek = run.options.input.seek;
+    return seek == 0 ? fmt::format("{}: holds no frame", run.source->name)
+                     : fmt::format("{}: holds no frame behind the {} that --seek leaves out", run.source->name, seek);
+}
+
 int Finish(MakeRun* run, ReadResult ended, bool tooMany) {
     CloseMovie(run, ended == ReadResult::STOPPED);
     if (run->framesDone != 0) {
@@ -293,8 +299,7 @@ int Finish(MakeRun* run, ReadResult ended, bool tooMany) {
         throw Failure{run->framesDone != 0 ? EXIT_DAMAGED : EXIT_FAILED, fmt::format("{}: {}", name, run->message)};
     }
     if (run->framesDone == 0)
-        throw Failure{EXIT_DAMAGED, ended == ReadResult::CUT ? run->source->problem
-                                                             : fmt::format("{}: holds no frame", run->source->name)};
+        throw Failure{EXIT_DAMAGED, ended == ReadResult::CUT ? run->source->problem : HoldsNothing(*run)};
     Report(*run, "");
     if (ended == ReadResult::CUT)
         throw Failure{EXIT_DAMAGED,

@@ -324,7 +324,7 @@ std::unique_ptr<FrameSource> OpenPng(const std::vector<std::string>& names) {
     } else if (!Exists(names[0]) && ParseNumberedName(names[0], &row)) {
         list = ListRow(row, &error);
         if (list.files.empty())
-            throw Failure{EXIT_FAILED, fmt::format("{}: no such files, as {} would be{}", names[0], row.Name(1),
+            throw Failure{EXIT_FAILED, fmt::format("{}: there is no such file ({} for one){}", names[0], row.Name(1),
                                                    error.empty() ? "" : " (" + error + ")")};
     } else {
         list.files = names;

@@ -2,12 +2,15 @@
 #include "tools/Sound.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <map>
 #include <optional>
 
 #include <sndfile.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "tools/Exit.h"
 #include "tools/Input.h"
@@ -114,12 +117,15 @@ class LibrarySound : public SoundSource {
 public:
     explicit LibrarySound(const std::string& fileName) {
         name = fileName;
+        CheckFile();
         SF_INFO info = {};
         file = sf_open(fileName.c_str(), SFM_READ, &info);
-        if (file == nullptr)
+        if (file == nullptr) {
+            std::string why = sf_strerror(nullptr);
+            if (!why.empty() && why.back() == '.') why.pop_back();
             throw Failure{EXIT_FAILED,
-                          fmt::format("{}: can't be opened as sound ({}); WAV, FLAC, Ogg and AIFF are read", name,
-                                      sf_strerror(nullptr))};
+                          fmt::format("{}: can't be read as sound ({}); WAV, FLAC, Ogg and AIFF are taken", name, why)};
+        }
         Check(info);
         sampleRate = static_cast<uint32_t>(info.samplerate);
         channels = static_cast<uint32_t>(info.channels);
@@ -153,6 +159,15 @@ public:
     }
 
 private:
+    // What the library for sound has no good words for. A pipe is not opened here: it could be only once.
+    void CheckFile() const {
+        struct stat info = {};
+        if (name == "-") return;
+        if (stat(name.c_str(), &info) != 0 || access(name.c_str(), R_OK) != 0)
+            throw Failure{EXIT_FAILED, fmt::format("{}: can't be opened ({})", name, std::strerror(errno))};
+        if (S_ISDIR(info.st_mode)) throw Failure{EXIT_FAILED, fmt::format("{}: is a folder; name a file in it", name)};
+    }
+
     void Check(const SF_INFO& info) const {
         std::string why;
         if (info.channels < 1 || info.channels > 2)
@@ -164,28 +179,33 @@ private:
         throw Failure{EXIT_FAILED, fmt::format("{}: {}", name, why)};
     }
 
-    // Up to a small buffer full; 0 at the end.
+    // Fewer than asked for at the end. In parts, so that wide samples need little room.
     size_t ReadSome(int16_t* samples, size_t frames) {
-        if (narrow) return Count(sf_readf_short(file, samples, static_cast<sf_count_t>(frames)));
-        const size_t part = std::min<size_t>(frames, 2048);
-        const auto asked = static_cast<sf_count_t>(part);
+        constexpr size_t PART = 2048;
         size_t done = 0;
-        for (size_t got = part; got == part && done < frames;) {
-            const auto now = static_cast<sf_count_t>(std::min(part, frames - done));
-            int16_t* out = samples + done * channels;
-            if (wide) {
-                std::vector<int> values(part * channels);
-                got = Count(sf_readf_int(file, values.data(), std::min(asked, now)));
-                for (size_t i = 0; i < got * channels; i++)
-                    out[i] = static_cast<int16_t>(std::min<int64_t>((int64_t(values[i]) + 0x8000) >> 16, 32767));
-            } else {
-                std::vector<double> values(part * channels);
-                got = Count(sf_readf_double(file, values.data(), std::min(asked, now)));
-                for (size_t i = 0; i < got * channels; i++) out[i] = FromDouble(values[i]);
-            }
+        while (done < frames) {
+            const size_t want = std::min(PART, frames - done);
+            const size_t got = ReadPart(samples + done * channels, want);
             done += got;
+            if (got < want) break;
         }
         return done;
+    }
+
+    size_t ReadPart(int16_t* samples, size_t frames) {
+        const auto count = static_cast<sf_count_t>(frames);
+        if (narrow) return Count(sf_readf_short(file, samples, count));
+        if (wide) {
+            std::vector<int> values(frames * channels);
+            const size_t got = Count(sf_readf_int(file, values.data(), count));
+            for (size_t i = 0; i < got * channels; i++)
+                samples[i] = static_cast<int16_t>(std::min<int64_t>((int64_t(values[i]) + 0x8000) >> 16, 32767));
+            return got;
+        }
+        std::vector<double> values(frames * channels);
+        const size_t got = Count(sf_readf_double(file, values.data(), count));
+        for (size_t i = 0; i < got * channels; i++) samples[i] = FromDouble(values[i]);
+        return got;
     }
 
     // Halves away from 0; what is no number is silence.

@@ -8,9 +8,10 @@
 namespace vorn {
 
 constexpr int EXIT_DONE = 0;
-constexpr int EXIT_FAILED = 1;  // a file can't be opened, read or written; the library refused
-constexpr int EXIT_USAGE = 2;   // arguments that make no sense
-constexpr int EXIT_DIFFERS = 3; // verify: a movie that can be decoded but breaks a rule of the format
+constexpr int EXIT_FAILED = 1; // a file can't be opened, read or written; the library refused
+constexpr int EXIT_USAGE = 2;  // arguments that make no sense
+constexpr int EXIT_DIFFERS =
+    3; // verify: can be decoded but breaks a rule of the format; make --verify: read back wrong
 constexpr int EXIT_DAMAGED =
     4; // input that is damaged, cut or too long; what came of it has been written if that makes sense
 constexpr int EXIT_EXISTS = 5;    // the output exists and --force wasn't given

@@ -146,8 +146,7 @@ void AddVerify(CLI::App* main, VerifyCommandOptions* o) {
 void AddDecode(CLI::App* main, DecodeOptions* o) {
     CLI::App* app = main->add_subcommand("decode", "Write a movie's pictures or sound to a plain file");
     app->add_option("MOVIE", o->movie, "The movie")->required()->type_name("");
-    app->add_option("-o,--output", o->output,
-                    ".y4m, .bgra, .wav, .png, shots/%04d.png, a folder; - is a pipe")
+    app->add_option("-o,--output", o->output, ".y4m, .bgra, .wav, .png, shots/%04d.png, a folder; - is a pipe")
         ->required()
         ->type_name("OUT");
     app->add_option("--as", o->kind, "What to write if the name doesn't tell: y4m, bgra, png or wav")

@@ -98,7 +98,8 @@ private:
         std::string line;
         const ReadResult result = input.ReadLine(&line, HEADER_LIMIT);
         if (result == ReadResult::STOPPED) throw Failure{EXIT_FAILED, fmt::format("{}: stopped before it began", name)};
-        if (result == ReadResult::END) throw Failure{EXIT_DAMAGED, fmt::format("{}: is empty; Y4M or PNG is wanted", name)};
+        if (result == ReadResult::END)
+            throw Failure{EXIT_DAMAGED, fmt::format("{}: is empty; Y4M or PNG is wanted", name)};
         if (line.rfind("YUV4MPEG2", 0) != 0 || (line.size() > 9 && line[9] != ' '))
             throw Failure{
                 EXIT_DAMAGED,

@@ -184,7 +184,9 @@ class WrongInput(ProgramTest):
         for number, (header, (code, line)) in enumerate(HEADERS.items()):
             with self.subTest(header):
                 self.check(f"make {number}.y4m -o m.vrn", code, f"{number}.y4m: {line}")
-        can = subprocess.run([VORN, "--version"], preexec_fn=as_nobody, capture_output=True).returncode == 0
+        can = False
+        with contextlib.suppress(PermissionError):  # the program itself may lie where nobody may look
+            can = subprocess.run([VORN, "--version"], preexec_fn=as_nobody, capture_output=True).returncode == 0
         for row in TABLE:
             with self.subTest(row[0]):
                 if can or "nobody" not in row[-1]:

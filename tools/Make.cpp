@@ -52,10 +52,9 @@ struct MakeRun {
     uint32_t framesDone = 0; // as of the last report
     bool failed = false;     // as of the last report
     std::string message;     // the library's own words
-    std::string logTarget;
-    std::vector<FrameNote> notes;      // for the log and for reading back
-    std::optional<PacketFile> packets; // the growing movie, if there is to be a log
-    std::optional<Readback> readback;  // with --verify
+    std::optional<OutputFile> log;
+    std::vector<FrameNote> notes;     // for the log and for reading back
+    std::optional<Readback> readback; // with --verify
     std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
 };
 
@@ -66,7 +65,7 @@ MakeRun* running = nullptr;
 void LookAt(MakeRun* run, const VornMakeState* state) {
     run->framesDone = state->framesDone;
     run->failed = state->failed != 0;
-    if (!run->packets && !run->readback) return;
+    if (!run->log && !run->readback) return;
     const std::chrono::duration<double> since = std::chrono::steady_clock::now() - run->start;
     NoteFrames(state, since.count(), run->readback.has_value(), &run->notes);
     if (run->readback) run->readback->Check(run->notes);
@@ -179,7 +178,6 @@ void BeginMovie(MakeRun* run) {
         throw Failure{EXIT_FAILED,
                       fmt::format("{}: {}", options.output,
                                   run->message.empty() ? "the library refused without a word" : run->message)};
-    if (!run->logTarget.empty()) run->packets.emplace(run->movie->tempName);
     if (options.verify) run->readback.emplace(run->movie->tempName);
 }
 
@@ -220,7 +218,7 @@ ReadResult PushFrames(MakeRun* run, bool* tooMany) {
 
 // Reads back what had not yet reached the file, and the index.
 void CheckRest(MakeRun* run) {
-    if (!run->packets && !run->readback) return;
+    if (!run->log && !run->readback) return;
     PacketFile file(run->part->PartName());
     std::string problem;
     if (!file.TakeIndex(&run->notes, &problem) && run->readback) run->readback->problem = problem;
@@ -231,11 +229,17 @@ void CheckRest(MakeRun* run) {
     if (Wrong(*run)) TellWrong(*run);
 }
 
-void WriteLog(const MakeRun& run) {
-    OutputFile file(run.logTarget, run.options.force);
-    PacketFile movie(run.target);
-    WriteFrameLog(run.notes, run.frameBytes, &movie, &file);
-    file.Finish();
+// Of the movie that has got its name. False if it can't be written, which is told.
+bool WriteLog(MakeRun* run) {
+    try {
+        PacketFile movie(run->target);
+        WriteFrameLog(run->notes, run->frameBytes, &movie, &*run->log);
+        run->log->Finish();
+        return true;
+    } catch (const Failure& failure) {
+        PrintError(fmt::format("{}; {} is complete", failure.text, run->options.output));
+        return false;
+    }
 }
 
 // Closes the movie and makes sure that it is there. `stopped`: what waits in the queue is given up.
@@ -282,9 +286,10 @@ std::string HoldsNothing(const MakeRun& run) {
 
 int Finish(MakeRun* run, ReadResult ended, bool tooMany) {
     CloseMovie(run, ended == ReadResult::STOPPED);
+    bool logged = true;
     if (run->framesDone != 0) {
         run->part->Publish();
-        if (!run->logTarget.empty()) WriteLog(*run);
+        logged = !run->log || WriteLog(run);
     }
     const std::string& name = run->options.output;
     if (InterruptCount() > 0) {
@@ -310,7 +315,7 @@ int Finish(MakeRun* run, ReadResult ended, bool tooMany) {
                                   run->source->name, run->capacity, name)};
     if (const std::string problem = run->sounds.Problem(); !problem.empty())
         throw Failure{EXIT_DAMAGED, fmt::format("{}; silence stands in for the rest", problem)};
-    return EXIT_DONE;
+    return logged ? EXIT_DONE : EXIT_FAILED;
 }
 
 // Names of inputs and outputs against one another, before anything is opened.
@@ -329,7 +334,7 @@ std::vector<SoundOption> CheckNames(MakeRun* run) {
     if (options.log.empty()) return sounds;
     if (options.log == options.output || SameFile(options.log, options.output))
         throw Failure{EXIT_USAGE, fmt::format("--log {}: is the movie itself; name another file", options.log)};
-    run->logTarget = options.log == "-" ? "-" : CheckOutput(options.log, inputs, options.force, false);
+    run->log.emplace(options.log == "-" ? "-" : CheckOutput(options.log, inputs, options.force, false), options.force);
     return sounds;
 }
 

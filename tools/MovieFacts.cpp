@@ -54,6 +54,26 @@ static void AddSound(const reader::Movie& movie, const reader::Frame& frame, Fra
     }
 }
 
+// The planes' sizes, and with `decoder` their blocks. False if a plane can't be read.
+static bool AddPlanes(const reader::Movie& movie, const reader::Frame& frame, reader::MovieDecoder* decoder,
+                      FrameFacts* one, reader::Violations* violations) {
+    size_t cr = 0;
+    if (decoder != nullptr) {
+        if (!DecodeFrame(movie, frame, decoder, violations)) return false;
+        cr = std::min(decoder->planes[reader::PLANE_CR].consumed, frame.chroma.size);
+        for (int p = 0; p < reader::PLANES; p++)
+            if (MovieHasPlane(movie, p)) CountBlocks(decoder->planes[p], &one->planes[p].blocks);
+    } else if (movie.hasChroma) {
+        cr = LengthOfCr(movie, frame, violations);
+        if (cr == SIZE_MAX) return false;
+    }
+    one->planes[reader::PLANE_Y].bytes = frame.luma.size;
+    one->planes[reader::PLANE_CR].bytes = cr;
+    one->planes[reader::PLANE_CB].bytes = frame.chroma.size - cr;
+    one->planes[reader::PLANE_ALPHA].bytes = frame.alpha.size;
+    return true;
+}
+
 MovieFacts GatherFacts(const std::string& name, const reader::Movie& movie, bool blocks) {
     const VornFileHeader& header = movie.header;
     MovieFacts facts;
@@ -67,25 +87,12 @@ MovieFacts GatherFacts(const std::string& name, const reader::Movie& movie, bool
         reader::Violations violations;
         reader::Frame frame;
         FrameFacts one;
-        bool good = ReadFrame(movie, i, &frame, &violations);
-        size_t cr = 0;
-        if (good && blocks) {
-            good = DecodeFrame(movie, frame, &decoder, &violations);
-            cr = std::min(decoder.planes[reader::PLANE_CR].consumed, frame.chroma.size);
-        } else if (good && movie.hasChroma) {
-            cr = LengthOfCr(movie, frame, &violations);
-            good = cr != SIZE_MAX;
-        }
-        if (!good) throw Failure{EXIT_DAMAGED, fmt::format("{}: {}", name, WhatIsWrong(violations))};
+        if (!ReadFrame(movie, i, &frame, &violations) ||
+            !AddPlanes(movie, frame, blocks ? &decoder : nullptr, &one, &violations))
+            throw Failure{EXIT_DAMAGED, fmt::format("{}: {}", name, WhatIsWrong(violations))};
         one.key = frame.key;
         one.offset = movie.options.offset + movie.frameStarts[i];
         one.bytes = frame.packet.size;
-        one.planes[reader::PLANE_Y].bytes = frame.luma.size;
-        one.planes[reader::PLANE_CR].bytes = cr;
-        one.planes[reader::PLANE_CB].bytes = frame.chroma.size - cr;
-        one.planes[reader::PLANE_ALPHA].bytes = frame.alpha.size;
-        for (int p = 0; blocks && p < reader::PLANES; p++)
-            if (MovieHasPlane(movie, p)) CountBlocks(decoder.planes[p], &one.planes[p].blocks);
         AddSound(movie, frame, &one, &facts);
         Add(one, &facts);
         if (one.key) facts.keys.push_back(i);

@@ -100,6 +100,8 @@ private:
         if (result == ReadResult::STOPPED) throw Failure{EXIT_FAILED, fmt::format("{}: stopped before it began", name)};
         if (result == ReadResult::END)
             throw Failure{EXIT_DAMAGED, fmt::format("{}: is empty; Y4M or PNG is wanted", name)};
+        if (line.rfind("\x89PNG", 0) == 0)
+            throw Failure{EXIT_FAILED, fmt::format("{}: is PNG, which is read from files only; name them", name)};
         if (line.rfind("YUV4MPEG2", 0) != 0 || (line.size() > 9 && line[9] != ' '))
             throw Failure{
                 EXIT_DAMAGED,

@@ -64,6 +64,7 @@ TABLE = [
     ("make size%d.png --fps 25 -o m.vrn", USAGE, "size3.png: 8x7 pixels, but size0.png has 8x8; all pictures need one size"),
     ("make gap%d.png --fps 25 -o m.vrn", DAMAGED, "gap3.png: is missing, but gap4.png is there; m.vrn has the 3 frames before", 3),
     ("make cut2.png --fps 25 -o m.vrn", DAMAGED, "cut2.png: frame 0 can't be read (the file ends too early)"),
+    ("make - --fps 25 -o m.vrn < good.png", FAILED, "standard input: is PNG, which is read from files only; name them"),
     # Sound.
     ("make good.y4m --audio missing.wav -o m.vrn", FAILED, "missing.wav: can't be opened (No such file or directory)"),
     ("make good.y4m --audio text -o m.vrn", FAILED, "text: can't be read as sound (Format not recognised); WAV, FLAC, Ogg and AIFF are taken"),
@@ -105,6 +106,7 @@ TABLE = [
     ("make good.y4m -o good.y4m --force", USAGE, "good.y4m: is the input good.y4m itself; name another output"),
     ("make good.y4m -o " + "n" * 119, FAILED, "n" * 119 + ": the name has 119 bytes; a movie's may have 118, folders included"),
     ("make good.y4m -o m.vrn --log m.vrn", USAGE, "--log m.vrn: is the movie itself; name another file"),
+    ("make good.y4m -o m.vrn --log good.wav", EXISTS, "good.wav: exists already; --force replaces it"),
     ("decode movie -o movie --as y4m --force", USAGE, "movie: is the input movie itself; name another output"),
     # No room, no right.
     ("make good.y4m -o m.vrn", FAILED, "m.vrn: could not be written completely (disk full?); nothing is left", None, {"limit": 300}),

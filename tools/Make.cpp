@@ -232,6 +232,8 @@ void CheckRest(MakeRun* run) {
 // Of the movie that has got its name. False if it can't be written, which is told.
 bool WriteLog(MakeRun* run) {
     try {
+        if (run->notes.size() != run->framesDone)
+            throw Failure{EXIT_FAILED, fmt::format("--log {}: can't tell of all frames", run->options.log)};
         PacketFile movie(run->target);
         WriteFrameLog(run->notes, run->frameBytes, &movie, &*run->log);
         run->log->Finish();

@@ -64,16 +64,18 @@ bool ReadAt(int descriptor, uint64_t place, uint8_t* bytes, size_t count) {
 } // namespace
 
 void NoteFrames(const VornMakeState* state, double seconds, bool checksums, std::vector<FrameNote>* notes) {
-    if (notes->size() >= state->framesDone) return;
-    const size_t frame = notes->size();
-    FrameNote note;
-    note.start = state->frameIndex[frame] & ~KEY_FRAME_BIT;
-    note.key = (state->frameIndex[frame] & KEY_FRAME_BIT) != 0;
-    note.end = state->frameIndex[frame + 1] & ~KEY_FRAME_BIT;
-    note.error = state->frameErrors[frame];
-    note.seconds = seconds;
-    if (checksums) ChecksumPlanes(state, &note);
-    notes->push_back(note);
+    while (notes->size() < state->framesDone) {
+        const size_t frame = notes->size();
+        FrameNote note;
+        note.start = state->frameIndex[frame] & ~KEY_FRAME_BIT;
+        note.key = (state->frameIndex[frame] & KEY_FRAME_BIT) != 0;
+        note.end = state->frameIndex[frame + 1] & ~KEY_FRAME_BIT;
+        note.error = state->frameErrors[frame];
+        note.seconds = seconds;
+        note.seen = frame + 1 == state->framesDone; // the planes are those of the newest
+        if (checksums && note.seen) ChecksumPlanes(state, &note);
+        notes->push_back(note);
+    }
 }
 
 // ---- PacketFile ----------------------------------------------------------------------------------------------------

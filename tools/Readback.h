@@ -25,7 +25,7 @@ struct FrameNote {
     std::array<uint64_t, reader::PLANES> planes = {}; // checksums of what the encoder takes for the decoded planes
 };
 
-// Adds the frames that have been finished since the last call, at most one. To be called from the library's callback and
+// Adds the frames that have been finished since the last call; of several only the newest is seen. To be called from the library's callback and
 // after each call of the library. `checksums`: reckons `planes`, which takes its time.
 void NoteFrames(const VornMakeState* state, double seconds, bool checksums, std::vector<FrameNote>* notes);
 

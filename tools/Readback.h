@@ -20,13 +20,14 @@ struct FrameNote {
     uint32_t end = 0;
     bool key = false;
     bool seen = true;
-    uint32_t error = 0;                               // sum of absolute differences, all planes, padding included
-    double seconds = 0;                               // from the start of the work to its end
-    std::array<uint64_t, reader::PLANES> planes = {}; // checksums of what the encoder takes for the decoded planes
+    uint32_t error = 0; // sum of absolute differences, all planes, padding included
+    double seconds = 0; // from the start of the work to its end
+    // Checksums of what the encoder takes for the decoded planes.
+    std::array<uint64_t, reader::PLANES> planes = {};
 };
 
-// Adds the frames that have been finished since the last call; of several only the newest is seen. To be called from the library's callback and
-// after each call of the library. `checksums`: reckons `planes`, which takes its time.
+// Adds the frames that have been finished since the last call; of several only the newest is seen. To be called from the
+// library's callback and after each call of the library. `checksums`: reckons `planes`, which takes its time.
 void NoteFrames(const VornMakeState* state, double seconds, bool checksums, std::vector<FrameNote>* notes);
 
 // A movie of which single packets are read, perhaps while it grows.

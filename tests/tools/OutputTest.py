@@ -72,15 +72,8 @@ class Outputs(ProgramTest):
         self.vorn("make", "-", "--frames", "100", "--frame-bytes", "3000", "-o", "old.vrn", "--force", "-q", code=FAILED,
                   says=["old.vrn", "nothing is left"], stdin=self.get("n.y4m"), preexec_fn=small_files(size // 2))
         self.assertEqual(self.get("old.vrn"), old)
-        self.vorn("make", "n.y4m", "--frame-bytes", "3000", "-o", "new.vrn", "-q", code=FAILED, says=["new.vrn"],
-                  preexec_fn=small_files(size // 2))
-        self.vorn("scene", "noise", "-o", "x.y4m", "-q", code=FAILED, says=["x.y4m"], preexec_fn=small_files(5000))
-        self.vorn("make", "n.y4m", "-o", "m.vrn", "-q")
-        self.vorn("decode", "m.vrn", "-o", "x.y4m", code=FAILED, says=["x.y4m"], preexec_fn=small_files(5000))
-        self.vorn("mix", "m.vrn", "--fps", "10", "-o", "x.vrn", code=FAILED, says=["x.vrn"], preexec_fn=small_files(5000))
-        self.vorn("bench", "n.y4m", "--rounds", "1", code=FAILED, preexec_fn=small_files(5000),
-                  env={**os.environ, "TMPDIR": self.folder})
-        self.assertEqual(self.names(), sorted(before + ["m.vrn"]))
+        self.vorn("bench n.y4m --rounds 1", code=FAILED, preexec_fn=small_files(5000), env={**os.environ, "TMPDIR": self.folder})
+        self.assertEqual(self.names(), before)
 
     def test_file_that_appears_meanwhile_stays(self):
         running = subprocess.Popen([VORN, "make", "-", "--frames", "100", "-o", "m.vrn"], cwd=self.folder,

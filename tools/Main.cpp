@@ -184,6 +184,9 @@ void AddReport(CLI::App* main, ReportOptions* o) {
         ->allow_extra_args(false)
         ->type_name("FILE");
     app->add_option("--raw", o->source.raw, "The source is raw pictures, bytes B, G, R, A")->type_name("WIDTHxHEIGHT");
+    app->add_option("--seek", o->source.seek, "The movie starts at frame N of the source")
+        ->check(Whole(0))
+        ->type_name("N");
     app->add_option("--show", o->shown, "Show this frame beside its source; any number of them")
         ->allow_extra_args(false)
         ->check(Whole(0))

@@ -97,6 +97,7 @@ public:
     TemporaryMovie() {
         const char* place = std::getenv("TMPDIR");
         folder = fmt::format("{}/vorn-bench-XXXXXX", place != nullptr ? place : "/tmp");
+        const InterruptsHeld held;
         if (mkdtemp(folder.data()) == nullptr)
             throw Failure{EXIT_FAILED, fmt::format("{}: can't be created ({})", folder, std::strerror(errno))};
         name = folder + "/movie";

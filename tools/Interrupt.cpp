@@ -74,6 +74,17 @@ void UnfinishedFile::Note(const std::string& name) {
     }
 }
 
+InterruptsHeld::InterruptsHeld() {
+    sigset_t held;
+    sigemptyset(&held);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&held, number);
+    pthread_sigmask(SIG_BLOCK, &held, &before);
+}
+
+InterruptsHeld::~InterruptsHeld() {
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
 void UnfinishedFile::Forget() {
     if (slot >= 0) slots[slot].used = 0;
     slot = -1;

@@ -2,6 +2,7 @@
 // behind. A command that can finish what it has counts them instead: once asks it to finish, twice to give up.
 #pragma once
 
+#include <csignal>
 #include <string>
 
 namespace vorn {
@@ -27,6 +28,18 @@ public:
 
 private:
     int slot = -1; // -1: none is noted
+};
+
+// As long as it stands, this thread hears none of the three signals: between a file's making and its note none may come.
+class InterruptsHeld {
+public:
+    InterruptsHeld();
+    ~InterruptsHeld();
+    InterruptsHeld(const InterruptsHeld&) = delete;
+    InterruptsHeld& operator=(const InterruptsHeld&) = delete;
+
+private:
+    sigset_t before;
 };
 
 } // namespace vorn

@@ -173,6 +173,7 @@ OutputFile::OutputFile(const std::string& finalName, bool replace) : name(finalN
         return;
     }
     partName = name + ".part";
+    const InterruptsHeld held;
     file = std::fopen(partName.c_str(), "wbx");
     if (file == nullptr && errno == EEXIST)
         throw Failure{EXIT_EXISTS,

@@ -65,9 +65,9 @@ if [ -x "$prefix/bin/vorn" ]; then
     for movie in *.vrn; do "$prefix/bin/vorn" verify -q "$movie" || fail "$movie breaks a rule"; done
 fi
 
-# manual SHARE ZSH-FOLDER: man pages and completions stand where programs look for them.
+# manual SHARE ZSH-FOLDER: documents, man pages and completions stand where programs look for them.
 manual() {
-    for name in man/man1/vorn.1 man/man1/vorn-make.1 bash-completion/completions/vorn "zsh/$2/_vorn"; do
+    for name in doc/vornmake/docs/format.md man/man1/vorn.1 man/man1/vorn-make.1 bash-completion/completions/vorn "zsh/$2/_vorn"; do
         [ -s "$1/$name" ] || fail "$1 lacks $name"
     done
 }

@@ -76,9 +76,9 @@ void AddMakeSize(CLI::App* app, MakeOptions* o) {
         ->check(Positive())
         ->type_name("KBIT");
     app->add_option("--frame-bytes", o->frameBytes, "The same as bytes a frame")->check(Whole(1))->type_name("N");
-    app->add_option("--quality", o->quality, "The same by picture size: low, middle (the default) or high")
+    app->add_option("--quality", o->quality, "The same by picture size; middle is the default")
         ->check(Words({"low", "middle", "high"}))
-        ->type_name("WORD");
+        ->type_name("low|middle|high");
     app->add_option("--cap", o->cap, "Most bytes for the picture of a frame (no limit)")
         ->check(Whole(0))
         ->type_name("BYTES");
@@ -149,9 +149,9 @@ void AddDecode(CLI::App* main, DecodeOptions* o) {
     app->add_option("-o,--output", o->output, ".y4m, .bgra, .wav, .png, shots/%04d.png, a folder; - is a pipe")
         ->required()
         ->type_name("OUT");
-    app->add_option("--as", o->kind, "What to write if the name doesn't tell: y4m, bgra, png or wav")
+    app->add_option("--as", o->kind, "What to write if the name doesn't tell")
         ->check(Words({"y4m", "bgra", "png", "wav"}))
-        ->type_name("KIND");
+        ->type_name("y4m|bgra|png|wav");
     app->add_option("--frame", o->frames, "Only frame N, frames N to M, or all from N on, counted from 0")
         ->type_name("N, N-M, N-");
     app->add_option("--audio", o->track, "The sound of track ID instead of the picture")
@@ -258,8 +258,12 @@ void AddScene(CLI::App* main, SceneOptions* o) {
     app->footer("Example: vorn scene balls -o balls.y4m --sound balls.wav");
 }
 
-// What the manual says of an option. A value's word is its type name, without what checks it; a check that lists all
-// values, "{a,b}", or a word that does, "a|b", gives the choices.
+// Whether --help knows a command.
+bool Listed(const CLI::App* command) {
+    return !command->get_group().empty();
+}
+
+// What the manual says of an option. A word like "a|b" for a value lists all that there are.
 OptionText DescribeOption(const CLI::Option& option) {
     OptionText text;
     for (const std::string& name : option.get_snames()) text.names.push_back("-" + name);
@@ -268,31 +272,26 @@ OptionText DescribeOption(const CLI::Option& option) {
     text.text = option.get_description();
     text.required = option.get_required();
     text.repeats = option.get_items_expected_max() > 1;
-    if (option.get_items_expected_max() == 0) return text;
-    const std::string type = option.get_type_name();
-    text.value = type.substr(0, type.find(':'));
-    if (option.get_positional() && text.value == "TEXT") text.value = "";
-    const size_t open = type.find('{');
-    if (open != std::string::npos)
-        text.choices = CLI::detail::split(type.substr(open + 1, type.find('}') - open - 1), ',');
-    else if (text.value.find('|') != std::string::npos)
-        text.choices = CLI::detail::split(text.value, '|');
+    if (option.get_items_expected_max() != 0) text.value = option.get_type_name();
+    if (text.value.find('|') != std::string::npos) text.choices = CLI::detail::split(text.value, '|');
     return text;
 }
 
+// The footer of a command may end with "Example: COMMAND LINE" or "Examples: " and several lines.
 CommandText DescribeCommand(const CLI::App& app, const std::string& name) {
-    CommandText text{name, app.get_description(), "", "", {}, {}};
-    bool exitCodes = false; // the manual has them in a section of their own
-    for (const std::string& line : CLI::detail::split(app.get_footer(), '\n')) {
-        const std::string mark = "Example: ";
-        if (line.rfind(mark, 0) == 0)
-            text.example = line.substr(mark.size());
-        else if (exitCodes |= line.rfind("Exit code", 0) == 0; !exitCodes)
-            text.notes += line + "\n";
+    CommandText text{name, app.get_description(), "", {}, {}, {}};
+    const std::string footer = app.get_footer();
+    const size_t examples = std::min(footer.find("Example"), footer.size());
+    const size_t notes = std::min(footer.find("Exit code"), examples); // these have a section of their own
+    text.notes = footer.substr(0, notes);
+    CLI::detail::rtrim(text.notes);
+    for (size_t at = examples; (at = footer.find("vorn ", at)) != std::string::npos;) {
+        const size_t end = std::min(footer.find('\n', at), footer.size());
+        text.examples.push_back(footer.substr(at, end - at));
+        at = end;
     }
-    if (!text.notes.empty()) text.notes.pop_back();
     for (const CLI::Option* option : app.get_options()) text.options.push_back(DescribeOption(*option));
-    for (const CLI::App* command : app.get_subcommands([](const CLI::App* c) { return !c->get_group().empty(); }))
+    for (const CLI::App* command : app.get_subcommands(Listed))
         text.commands.push_back(DescribeCommand(*command, command->get_name()));
     return text;
 }
@@ -307,7 +306,7 @@ void AddManual(CLI::App* main, ManualOptions* o) {
 void CheckCommand(const CLI::App& app, int count, char** arguments) {
     if (count > 1 && arguments[1][0] == '-') return;
     std::string names;
-    for (const CLI::App* command : app.get_subcommands([](const CLI::App* c) { return !c->get_group().empty(); })) {
+    for (const CLI::App* command : app.get_subcommands(Listed)) {
         if (count > 1 && command->get_name() == arguments[1]) return;
         names += (names.empty() ? "" : ", ") + command->get_name();
     }

@@ -61,8 +61,10 @@ struct Section {
 const Section SECTIONS[] = {
     {"make", "PICTURES",
      "Y4M with 8 bits a sample: C420 (taken as C420jpeg), C420jpeg, C420mpeg2, C420paldv, C422, C444, Cmono; BT.601, "
-     "studio "
-     "range. Interlaced pictures are coded as whole pictures, pixel aspect is not kept. Or raw pictures, see --raw."},
+     "studio range. Interlaced pictures are coded as whole pictures, pixel aspect is not kept.\n"
+     "PNG: single files in the order given, all of a folder, or a numbered row such as shots/%04d.png. Their alpha is "
+     "kept.\n"
+     "Or raw pictures, see --raw. Several inputs follow one another."},
     {"make", "SOUND",
      "WAV, FLAC, Ogg and AIFF with 1 or 2 channels and up to 65535 samples a second; wider samples are rounded to 16 "
      "bits. "
@@ -176,7 +178,9 @@ std::string ManPage(const CommandText& program, const CommandText& command) {
     for (const Section& section : SECTIONS)
         if (section.command == command.name) page += fmt::format(".SH {}\n{}", section.title, Paragraphs(section.text));
     page += ExitStatus();
-    if (!command.example.empty()) page += fmt::format(".SH EXAMPLE\n.EX\n{}\n.EE\n", Literal(command.example));
+    if (!command.examples.empty()) page += ".SH EXAMPLES\n.EX\n";
+    for (const std::string& example : command.examples) page += Literal(example) + "\n";
+    if (!command.examples.empty()) page += ".EE\n";
     return page + SeeAlso(program, command);
 }
 

@@ -17,10 +17,10 @@ struct OptionText {
 };
 
 struct CommandText {
-    std::string name; // "make", or "vorn" for the program itself
-    std::string text; // as above
-    std::string notes;
-    std::string example; // one command line, or ""
+    std::string name;                  // "make", or "vorn" for the program itself
+    std::string text;                  // as above
+    std::string notes;                 // sentences, or ""
+    std::vector<std::string> examples; // command lines
     std::vector<OptionText> options;
     std::vector<CommandText> commands; // of the program only
 };

@@ -95,7 +95,7 @@ class Place:
         return "" if done.returncode == 0 else "exit code %d: %s" % (done.returncode, done.stderr[-2000:])
 
     def run_commands(self, text):
-        text = re.sub(r"(\S) {3,}[a-z0-9.].*$", r"\1", text, flags=re.M)  # a remark behind a command
+        text = re.sub(r"(\S) {4,}\S.*$", r"\1", text, flags=re.M)  # a remark behind a command
         for output in re.findall(r"(?:-o|--sound|--log) (\S+)", text):
             for name in glob.glob(os.path.join(self.folder, re.sub(r"%\d*d", "*", output))):
                 shutil.rmtree(name) if os.path.isdir(name) else os.unlink(name)

@@ -308,7 +308,7 @@ void CheckCommand(const CLI::App& app, int count, char** arguments) {
     std::string names;
     for (const CLI::App* command : app.get_subcommands(Listed)) {
         if (count > 1 && command->get_name() == arguments[1]) return;
-        names += (names.empty() ? "" : ", ") + command->get_name();
+        if (!command->get_group().empty()) names += (names.empty() ? "" : ", ") + command->get_name();
     }
     const std::string what = count > 1 ? fmt::format("{}: is no command", arguments[1]) : "a command is wanted";
     throw Failure{EXIT_USAGE, fmt::format("{}; there are {}; see --help", what, names)};

@@ -306,9 +306,9 @@ void AddManual(CLI::App* main, ManualOptions* o) {
 void CheckCommand(const CLI::App& app, int count, char** arguments) {
     if (count > 1 && arguments[1][0] == '-') return;
     std::string names;
-    for (const CLI::App* command : app.get_subcommands(Listed)) {
+    for (const CLI::App* command : app.get_subcommands({})) {
         if (count > 1 && command->get_name() == arguments[1]) return;
-        if (!command->get_group().empty()) names += (names.empty() ? "" : ", ") + command->get_name();
+        if (Listed(command)) names += (names.empty() ? "" : ", ") + command->get_name();
     }
     const std::string what = count > 1 ? fmt::format("{}: is no command", arguments[1]) : "a command is wanted";
     throw Failure{EXIT_USAGE, fmt::format("{}; there are {}; see --help", what, names)};

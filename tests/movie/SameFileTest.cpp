@@ -21,41 +21,20 @@ protected:
 
 // One of each content, with all planes, sound, and key frames among the others.
 std::vector<MoviePlan> AllKinds() {
-    std::vector<MoviePlan> plans;
-    for (const Content content : CONTENTS) {
-        MoviePlan plan;
-        plan.content = content;
-        plan.width = 70;
-        plan.height = 50;
-        plan.frames = 5;
-        plan.lookAhead = 3;
-        plan.keyInterval = 4;
-        plan.options = ALPHA;
-        plan.rate = 1500;
-        plan.sounds = {{8000, 2, 20}};
-        plans.push_back(plan);
-    }
+    MoviePlan plan = {.width = 70, .height = 50, .frames = 5, .keyInterval = 4, .options = ALPHA, .lookAhead = 3};
+    plan.rate = 1500;
+    plan.sounds = {{8000, 2, 20}};
+    std::vector<MoviePlan> plans(std::size(CONTENTS), plan);
+    for (size_t i = 0; i < plans.size(); i++) plans[i].content = CONTENTS[i];
     return plans;
 }
 
-// Movies with the hashes of their bytes, which are the same with any compiler on any machine. A change here is a change of the
-// encoder's decisions or of the format, and needs a reason.
-struct Pinned {
-    MoviePlan plan;
-    uint64_t hash;
-};
-
 MoviePlan Picture(Content content, uint32_t width, uint32_t height, uint32_t options, uint32_t rate,
                   int32_t lookAhead) {
-    MoviePlan plan;
-    plan.content = content;
-    plan.width = width;
-    plan.height = height;
-    plan.frames = 8;
+    MoviePlan plan = {.content = content, .width = width, .height = height, .frames = 8, .keyInterval = 5};
     plan.options = options;
-    plan.rate = rate;
     plan.lookAhead = lookAhead;
-    plan.keyInterval = 5;
+    plan.rate = rate;
     return plan;
 }
 
@@ -66,34 +45,32 @@ MoviePlan Sounding(uint32_t sampleRate, uint32_t channels, uint32_t quality) {
     return plan;
 }
 
-const std::vector<Pinned>& PinnedMovies() {
-    static const std::vector<Pinned> pinned = {
-        {Picture(Content::NOISE, 24, 16, 0, 900, 2), 0x85b99804eda0b08d},
-        {Picture(Content::NOISE, 17, 9, ALPHA, 1000000, 3), 0x133e848616bab40f},
-        {Picture(Content::FLAT, 40, 24, 0, 100, 4), 0x0766a9ad702df6ee},
-        {Picture(Content::FILM, 64, 48, 0, 300, 2), 0xc18211e52ea75002},
-        {Picture(Content::FILM, 64, 48, ALPHA, 1200, 64), 0x45e1450ec09d2aed},
-        {Picture(Content::FILM, 75, 41, GREY, 700, 8), 0x6cd1f49360d39053},
-        {Picture(Content::TEXT, 57, 33, 0, 800, 3), 0xd4165bd8c622e3b2},
-        {Picture(Content::TEXT, 57, 33, GREY + ALPHA, 100, 3), 0x99d7279a570d4a68},
-        {Picture(Content::STATIC, 48, 48, 0, 250, 16), 0xfa272cacee67e9ad},
-        {Sounding(22050, 2, 5), 0x6e165ec8428dc65f},
-        {Sounding(22050, 2, 105), 0x0ac320aee4300ef9},
-        {Sounding(44100, 1, 12), 0xe5cfce600504a69c},
-        {Sounding(11025, 1, 115), 0x4041fa131cf61976},
-    };
-    return pinned;
-}
+// Movies with the hashes of their bytes, which are the same with any compiler on any machine. A change here is a change of the
+// encoder's decisions or of the format, and needs a reason.
+const struct Pinned {
+    MoviePlan plan;
+    uint64_t hash;
+} PINNED[] = {
+    {Picture(Content::NOISE, 24, 16, 0, 900, 2), 0x85b99804eda0b08d},
+    {Picture(Content::NOISE, 17, 9, ALPHA, 1000000, 3), 0x133e848616bab40f},
+    {Picture(Content::FLAT, 40, 24, 0, 100, 4), 0x0766a9ad702df6ee},
+    {Picture(Content::FILM, 64, 48, 0, 300, 2), 0xc18211e52ea75002},
+    {Picture(Content::FILM, 64, 48, ALPHA, 1200, 64), 0x45e1450ec09d2aed},
+    {Picture(Content::FILM, 75, 41, GREY, 700, 8), 0x6cd1f49360d39053},
+    {Picture(Content::TEXT, 57, 33, 0, 800, 3), 0xd4165bd8c622e3b2},
+    {Picture(Content::TEXT, 57, 33, GREY + ALPHA, 100, 3), 0x99d7279a570d4a68},
+    {Picture(Content::STATIC, 48, 48, 0, 250, 16), 0xfa272cacee67e9ad},
+    {Sounding(22050, 2, 5), 0x6e165ec8428dc65f},
+    {Sounding(22050, 2, 105), 0x0ac320aee4300ef9},
+    {Sounding(44100, 1, 12), 0xe5cfce600504a69c},
+    {Sounding(11025, 1, 115), 0x4041fa131cf61976},
+};
 
 uint64_t HashBytes(const std::string& bytes) { // FNV-1a
     uint64_t hash = 14695981039346656037u;
     for (const char byte : bytes) hash = (hash ^ static_cast<uint8_t>(byte)) * 1099511628211u;
     return hash;
 }
-
-} // namespace
-
-namespace {
 
 // Two sets of memory hooks, each of which must get back what it gave, and nothing else.
 template <int SET> struct CountedMemory {
@@ -205,7 +182,7 @@ TEST(ClockDeathTest, LeavesTheMovieAlone) {
             seam.table.counterRead = clock.counter;
             seam.table.tickMilliseconds = clock.tick;
             const TestFolder folder;
-            MoviePlan plan = PinnedMovies()[4].plan;
+            MoviePlan plan = PINNED[4].plan;
             VornMakeState* state = OpenMovie(&plan, folder / "movie", nullptr);
             uint32_t flushes = 0;
             for (uint32_t frame = 0; frame < plan.frames; frame++) {
@@ -213,8 +190,7 @@ TEST(ClockDeathTest, LeavesTheMovieAlone) {
                 flushes += VornMakeFlush(state);
             }
             VornMakeClose(state, 0);
-            std::exit(
-                flushes == plan.frames && HashBytes(ReadWholeFile(folder / "movie")) == PinnedMovies()[4].hash ? 0 : 1);
+            std::exit(flushes == plan.frames && HashBytes(ReadWholeFile(folder / "movie")) == PINNED[4].hash ? 0 : 1);
         };
         EXPECT_EXIT(make(), testing::ExitedWithCode(0), "");
     }
@@ -228,7 +204,7 @@ TEST_F(SameFile, EverywhereAndForEver) {
         for (const uint32_t workers : {1u, level == 0 ? 32u : 2u + static_cast<uint32_t>(level)}) {
             VornMakeSetMaxCPUs(workers);
             ASSERT_EQ(VornMakeSetMaxCPUs(0), workers);
-            for (const Pinned& pinned : PinnedMovies()) {
+            for (const Pinned& pinned : PINNED) {
                 SCOPED_TRACE(Describe(pinned.plan));
                 const uint64_t hash = HashBytes(Make(pinned.plan));
                 EXPECT_EQ(hash, pinned.hash)

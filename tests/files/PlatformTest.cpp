@@ -11,12 +11,6 @@ using namespace vorn;
 
 namespace {
 
-#if defined(_WIN32)
-constexpr bool WINDOWS = true;
-#else
-constexpr bool WINDOWS = false;
-#endif
-
 // As a program that knows nothing of this library opens it.
 bool CanBeRead(const std::string& name) {
     return std::ifstream(name, std::ios::binary).is_open();

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -11,6 +12,12 @@
 
 #include "platform/Platform.h"
 #include "public/vornmake.h"
+
+#if defined(_WIN32)
+constexpr bool WINDOWS = true;
+#else
+constexpr bool WINDOWS = false;
+#endif
 
 // Puts a copy of the system's table in force, to be changed by the test; the real one comes back at the end.
 struct PlatformSeam {
@@ -39,6 +46,7 @@ struct MemorySeam {
         requests++;
         if (requests == failingRequest || bytes > largestBlock) return reinterpret_cast<void*>(UINTPTR_MAX);
         void* block = std::malloc(bytes);
+        std::memset(block, 0xEE, bytes); // so that what relies on zeros shows
         blocks[block] = bytes;
         return block;
     }

@@ -230,12 +230,6 @@ TEST_F(FaultyMovie, EveryAllocation) {
     }
 }
 
-#if defined(_WIN32)
-constexpr bool WINDOWS = true;
-#else
-constexpr bool WINDOWS = false;
-#endif
-
 // Whoever has the final file open, or wants a folder there, keeps it; systems differ in what an open file stands.
 TEST_F(FaultyMovie, NamesThatCannotBeHad) {
     using std::filesystem::create_directory, std::filesystem::perms, std::filesystem::permissions,

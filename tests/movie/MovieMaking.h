@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -117,19 +118,11 @@ struct MoviePlan {
 constexpr uint32_t GREY = 100, ALPHA = 1000; // in MoviePlan.options
 
 inline std::string Describe(const MoviePlan& plan) {
-    const uint32_t values[] = {static_cast<uint32_t>(plan.content),
-                               plan.width,
-                               plan.height,
-                               plan.frames,
-                               plan.capacity,
-                               plan.keyInterval,
-                               plan.options,
-                               static_cast<uint32_t>(plan.lookAhead),
-                               plan.rate,
-                               plan.cap};
-    std::string text = "content, width, height, frames, capacity, keyInterval, options, lookAhead, rate, cap:";
-    for (const uint32_t value : values) text.append(" ").append(std::to_string(value));
-    return text;
+    std::ostringstream text;
+    text << "content " << static_cast<int>(plan.content) << ", " << plan.width << 'x' << plan.height << ", "
+         << plan.frames << " frames of " << plan.capacity << ", key interval " << plan.keyInterval << ", options "
+         << plan.options << ", look-ahead " << plan.lookAhead << ", rate " << plan.rate << ", cap " << plan.cap;
+    return text.str();
 }
 
 // A movie on its way. The plan must outlive it; its sounds move on.

@@ -45,16 +45,8 @@ protected:
     TestFolder folder;
     std::string name = folder / "movie";
     Workers workers{1};
-    MoviePlan plan;
-    Stop() {
-        script = {};
-        plan.width = 24;
-        plan.height = 16;
-        plan.frames = 5;
-        plan.lookAhead = 3;
-        plan.options = ALPHA;
-        plan.sounds = {{8000, 1, 20}};
-    }
+    MoviePlan plan = {.width = 24, .height = 16, .frames = 5, .options = ALPHA, .lookAhead = 3};
+    Stop() { plan.sounds = {{8000, 1, 20}}; }
     // Hands in all frames by a fresh script.
     VornMakeState* Run(const Script& act) {
         script = act;
@@ -79,7 +71,7 @@ TEST_F(Stop, AnsweredAtAnyReport) {
     for (uint32_t report = 0; report < seen.reports; report++) {
         SCOPED_TRACE("report " + std::to_string(report));
         const uint32_t frames = seen.frames[report] + 1;
-        VornMakeState* state = Run({report});
+        VornMakeState* state = Run({.stopAt = report});
         EXPECT_EQ(state->framesDone, frames);
         EXPECT_EQ(state->cancel, 1u);
         EXPECT_EQ(state->failed, 0u);
@@ -104,9 +96,7 @@ TEST_F(Stop, GivenUpAtAnyReport) {
     const Script seen = script;
     for (uint32_t report = 0; report < seen.reports; report++) {
         SCOPED_TRACE("report " + std::to_string(report));
-        Script act;
-        act.giveUpAt = report;
-        VornMakeState* state = Run(act);
+        VornMakeState* state = Run({.giveUpAt = report});
         EXPECT_EQ(state->framesDone, seen.frames[report]);
         EXPECT_EQ(state->failed, 1u);
         // A frame that was only announced still reports its first stage.
@@ -122,9 +112,7 @@ TEST_F(Stop, GivenUpAtAnyReport) {
 TEST_F(Stop, FlushedAtEveryReport) {
     VornMakeClose(Run({}), 0);
     const std::string whole = ReadWholeFile(name);
-    Script act;
-    act.flush = true;
-    VornMakeClose(Run(act), 0);
+    VornMakeClose(Run({.flush = true}), 0);
     EXPECT_EQ(script.reports, 5u * 14);
     EXPECT_TRUE(ReadWholeFile(name) == whole);
     NoteCases("stopped, given up and flushed at a report", 3 * script.reports);
@@ -181,13 +169,12 @@ namespace {
 struct LeapingFile : PlatformSeam {
     inline static uint64_t leap, headBytes;
 
-    LeapingFile() { table.seekFile = Seek; }
-    static uint64_t Seek(FileHandle file, int64_t offset, SeekOrigin origin) {
-        if (origin == SeekOrigin::START && static_cast<uint64_t>(offset) >= headBytes + leap) {
-            offset -= static_cast<int64_t>(leap);
-        }
-        const uint64_t position = SYSTEM_PLATFORM.seekFile(file, offset, origin);
-        return position >= headBytes ? position + leap : position;
+    LeapingFile() {
+        table.seekFile = [](FileHandle file, int64_t offset, SeekOrigin origin) {
+            const int64_t back = origin == SeekOrigin::START && offset >= int64_t(headBytes + leap) ? int64_t(leap) : 0;
+            const uint64_t position = SYSTEM_PLATFORM.seekFile(file, offset - back, origin);
+            return position >= headBytes ? position + leap : position;
+        };
     }
 };
 
@@ -195,18 +182,6 @@ uint32_t WordAt(const std::string& bytes, size_t at) {
     uint32_t word = 0;
     for (size_t i = 0; i < 4; i++) word |= uint32_t{static_cast<uint8_t>(bytes[at + i])} << 8 * i;
     return word;
-}
-
-void PatchWord(std::string* bytes, size_t at, uint32_t word) {
-    for (size_t i = 0; i < 4; i++) (*bytes)[at + i] = static_cast<char>(word >> 8 * i);
-}
-
-// Takes the leap out of the head again.
-void UndoLeap(std::string* bytes, size_t frames) {
-    for (size_t at = 4; at <= HEADER_BYTES + 4 * frames; at = at == 4 ? HEADER_BYTES : at + 4) {
-        const uint32_t word = WordAt(*bytes, at);
-        if (at == 4 || word >= LeapingFile::leap) PatchWord(bytes, at, word - static_cast<uint32_t>(LeapingFile::leap));
-    }
 }
 
 } // namespace
@@ -230,11 +205,13 @@ TEST_F(Stop, At4GiB) {
             EXPECT_EQ(state->cancel, kept < plan.frames ? 1u : 0u);
             EXPECT_EQ(script.messages.find("4 GiB") != std::string::npos, kept < plan.frames);
             EXPECT_EQ(VornMakeClose(state, 0), frameStart(kept) + LeapingFile::leap);
-            std::string bytes = ReadWholeFile(name);
-            UndoLeap(&bytes, kept);
-            const ReadMovie read = ReadBack(bytes);
-            EXPECT_EQ(read.complaint, "");
-            EXPECT_EQ(read.frames.size(), kept);
+            const std::string bytes = ReadWholeFile(name);
+            EXPECT_EQ(WordAt(bytes, 4) + 8, static_cast<uint32_t>(frameStart(kept) + LeapingFile::leap));
+            EXPECT_EQ(WordAt(bytes, 8), kept);
+            for (size_t at = HEADER_BYTES; at <= HEADER_BYTES + 4 * kept; at += 4) {
+                const uint32_t word = WordAt(bytes, at);
+                EXPECT_EQ(word < LeapingFile::leap ? word : word - LeapingFile::leap, WordAt(whole, at));
+            }
             EXPECT_TRUE(bytes.substr(HeadBytes(plan)) ==
                         whole.substr(HeadBytes(plan), frameStart(kept) - HeadBytes(plan)));
         }

@@ -109,7 +109,7 @@ TEST(Plan, TooLargeOrFailedPlansLeaveTheFieldsAlone) {
     EXPECT_GT(PlannedBytes(0), UINT32_MAX);
     EXPECT_EQ(AllocatePlan(0), nullptr);
     EXPECT_EQ(memory.requests, 0u);
-    for (const size_t planned : {1, 40}) { // the block isn't to be had, or the table can't grow
+    for (const size_t planned : {size_t{1}, size_t{40}}) { // the block isn't to be had, or the table can't grow
         memory.requests = 0;
         memory.failingRequest = 1;
         for (size_t i = 0; i < planned; i++) PlanBuffer(&fields[i], 100);

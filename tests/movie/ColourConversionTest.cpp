@@ -94,8 +94,8 @@ TEST(ColourConversion, KnownColours) {
 
 TEST(ColourConversion, EqualsSlowFormula) {
     std::mt19937 random(11);
-    for (const uint32_t width : {1, 2, 5, 7, 8, 9, 15, 16, 17, 31, 32, 33, 47, 63, 64, 65, 100}) {
-        for (const uint32_t height : {1, 2, 5, 7, 8, 9, 16}) {
+    for (const uint32_t width : {1u, 2u, 5u, 7u, 8u, 9u, 15u, 16u, 17u, 31u, 32u, 33u, 47u, 63u, 64u, 65u, 100u}) {
+        for (const uint32_t height : {1u, 2u, 5u, 7u, 8u, 9u, 16u}) {
             Picture picture(width, height, width % 3 * 5);
             const bool extremes = random() % 2 != 0;
             for (uint8_t& byte : picture.pixels) {

@@ -137,7 +137,7 @@ TEST_F(OpenClose, PlanesBeginCleared) {
     const uint32_t luma = 328 * 40, chroma = 168 * 24;
     EXPECT_EQ(state->lumaWidth * state->lumaHeight, luma);
     EXPECT_EQ(state->chromaWidth * state->chromaHeight, chroma);
-    const auto isCleared = [](const void* buffer, uint32_t bytes) {
+    const auto isCleared = [](const void* buffer, std::ptrdiff_t bytes) {
         const uint8_t* start = static_cast<const uint8_t*>(buffer);
         return std::count(start, start + bytes, 0) == bytes;
     };

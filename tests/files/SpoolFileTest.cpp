@@ -203,17 +203,18 @@ TEST_F(SpoolFileTest, EqualsAPlainStringUnderRandomOperations) {
 }
 
 TEST_F(SpoolFileTest, FailedOpeningsLeaveNothing) {
+    const std::string longest(127, 'x'), tooLong(128, 'x');
+    memoryDisk.files = {{longest, {}}, {tooLong, {}}};
     EXPECT_EQ(SpoolOpen(100, "name"), nullptr);
-    EXPECT_EQ(SpoolOpen(100, std::string(128, 'x').c_str()), nullptr);
+    EXPECT_EQ(SpoolOpen(100, tooLong.c_str()), nullptr);
+    SpoolFile* file = SpoolOpen(100, longest.c_str());
+    EXPECT_EQ(file->name, longest);
+    SpoolClose(file);
     seam.table.createFile = [](const char*, bool) { return NO_FILE; };
     EXPECT_EQ(SpoolCreate(100, "name", false), nullptr);
     seam.table.createFile = nullptr; // not called without memory
     memory.failingRequest = memory.requests + 1;
     EXPECT_EQ(SpoolCreate(100, "name", true), nullptr);
-    memoryDisk.files[std::string(127, 'x')] = {};
-    SpoolFile* file = SpoolOpen(100, std::string(127, 'x').c_str());
-    EXPECT_EQ(file->name, std::string(127, 'x'));
-    SpoolClose(file);
     SpoolClose(nullptr);
 }
 

@@ -1,6 +1,4 @@
 // TimerTest.cpp - the millisecond clock against counters that jump, stand still, run backwards or don't exist.
-#include <thread>
-
 #include <gtest/gtest.h>
 
 #include "movie/Timer.h"
@@ -68,18 +66,4 @@ TEST_F(Timer, WithoutACounterIsTheCoarseClock) {
     EXPECT_EQ(ReadTimer(&timer), 0xFFFFF000u);
     fakeTick += 0x2000;
     EXPECT_EQ(ReadTimer(&timer), 0x1000u);
-}
-
-TEST(ProcessTimer, IsMonotonousForEveryThread) {
-    const auto readOften = [] {
-        uint32_t last = 0;
-        for (int i = 0; i < 20000; i++) {
-            const uint32_t now = MOKTimerRead();
-            ASSERT_GE(now, last);
-            last = now;
-        }
-    };
-    std::thread other(readOften);
-    readOften();
-    other.join();
 }

@@ -56,39 +56,26 @@ double DcOf(double level) {
     return level * std::sqrt(double(N)) / 2;
 } // what a constant input codes as, in the DCT
 
-// The DCT's coefficient 1 is half a wave; coefficient 10 has a band's step of 10^(0.0664 * index).
-TEST(AudioDecoder, DctSums) {
+// A band's step is 10^(0.0664 * index). The DCT's coefficient 1 is half a wave. In the DFT value 1 is the top frequency, and
+// coefficient 10 the cosine of line 5.
+TEST(AudioDecoder, BlocksAreSumsOfCosines) {
     Parts parts;
-    parts.values[0] = DcOf(100);
+    parts.values[0] = 1000;
     parts.values[1] = -300.25;
     parts.step = 30;
     parts.coefficient10 = -5;
-    Violations violations;
-    const std::vector<double> samples = Restore(DCT, parts, &violations);
-    EXPECT_EQ(AllLines(violations), "");
-    ASSERT_EQ(samples.size(), N);
     const double amplitude10 = -5 * std::pow(10, 0.0664 * 30);
-    for (uint32_t k = 0; k < N; k++) {
-        const double expected =
-            DcOf(100) - 300.25 * std::cos(PI * (k + 0.5) / N) + amplitude10 * std::cos(PI * 10 * (k + 0.5) / N);
-        EXPECT_NEAR(samples[k], expected * 2 / std::sqrt(double(N)), 1e-3);
-    }
-}
-
-// In the DFT, value 1 is the top frequency, and coefficient 10 the cosine of line 5.
-TEST(AudioDecoder, DftSums) {
-    Parts parts;
-    parts.values[0] = 1000;
-    parts.values[1] = 64;
-    parts.step = 10;
-    parts.coefficient10 = 7;
     Violations violations;
-    const std::vector<double> samples = Restore(DFT, parts, &violations);
+    const std::vector<double> dct = Restore(DCT, parts, &violations), dft = Restore(DFT, parts, &violations);
     EXPECT_EQ(AllLines(violations), "");
+    ASSERT_EQ(dct.size(), N);
+    ASSERT_EQ(dft.size(), N);
     for (uint32_t k = 0; k < N; k++) {
-        const double expected =
-            (1000 + 64 * (k % 2 == 0 ? 1 : -1)) / 2.0 + 7 * std::pow(10, 0.664) * std::cos(2 * PI * 5 * k / N);
-        EXPECT_NEAR(samples[k], expected * 2 / std::sqrt(double(N)), 1e-3);
+        const double wave =
+            1000 - 300.25 * std::cos(PI * (k + 0.5) / N) + amplitude10 * std::cos(PI * 10 * (k + 0.5) / N);
+        EXPECT_NEAR(dct[k], wave * 2 / std::sqrt(double(N)), 1e-3);
+        const double line = (1000 - 300.25 * (k % 2 == 0 ? 1 : -1)) / 2 + amplitude10 * std::cos(2 * PI * 5 * k / N);
+        EXPECT_NEAR(dft[k], line * 2 / std::sqrt(double(N)), 1e-3);
     }
 }
 
@@ -192,19 +179,22 @@ TEST(AudioDecoder, TablesAndPace) {
         EXPECT_EQ(violations.errors, largest == 640 ? 0u : 1u) << AllLines(violations);
         EXPECT_EQ(violations.habits, 0u);
     }
-    bytes = ExampleMovie(1, 1, MOVIE_FLAG_GREY, {{3, 8000 | 3u << 28, {Packet(636, {1})}}});
-    Movie movie;
-    Violations violations;
-    ASSERT_TRUE(ParseMovie(bytes, {}, &movie, &violations));
-    VerifyMovie(movie, {}, &violations);
-    EXPECT_EQ(movie.tracks[0].channels, 2u);
-    EXPECT_TRUE(Tells(violations, SEVERITY_HABIT, "lags behind"));
-    SetWord(&bytes, 48, 8000 | 9u << 28);
-    EXPECT_TRUE(ParseMovie(bytes, {}, &movie, &violations));
-    EXPECT_TRUE(Tells(violations, SEVERITY_ERROR, "not exactly one variant"));
-    SetWord(&bytes, 48, 70000 | 1u << 28);
-    EXPECT_TRUE(ParseMovie(bytes, {}, &movie, &violations));
-    EXPECT_TRUE(Tells(violations, SEVERITY_ERROR, "A sample rate of 70000"));
+    const struct {
+        uint32_t format;
+        Severity severity;
+        const char* words;
+    } cases[] = {{8000 | 3u << 28, SEVERITY_HABIT, "lags behind"}, // stereo
+                 {8000 | 9u << 28, SEVERITY_ERROR, "not exactly one variant"},
+                 {70000 | 1u << 28, SEVERITY_ERROR, "A sample rate of 70000"}};
+    for (const auto& example : cases) {
+        SetWord(&bytes, 44, 640);
+        SetWord(&bytes, 48, example.format);
+        Movie movie;
+        Violations violations;
+        ASSERT_TRUE(ParseMovie(bytes, {}, &movie, &violations));
+        VerifyMovie(movie, {}, &violations);
+        EXPECT_TRUE(Tells(violations, example.severity, example.words)) << AllLines(violations);
+    }
 }
 
 } // namespace

@@ -13,6 +13,7 @@
 #include "bitstream/PlaneEncoder.h"
 #include "platform/Workers.h"
 #include "reader/Reader.h"
+#include "tests/blocks/TestBlocks.h"
 
 using namespace vorn;
 
@@ -59,24 +60,24 @@ struct CoinPlane {
     uint32_t Rows() const { return height / 8; }
 };
 
-// Draws the next source: noise, few colours, gradients, mostly flat, the reference moved about, the reference with little
-// changes, or black and white.
+// Draws the next source: one of the contents that all tests share, the reference moved about, or the reference with few
+// changes.
 void DrawSource(CoinPlane* plane, uint32_t style, Coin* coin) {
     const int width = static_cast<int>(plane->width), height = static_cast<int>(plane->height);
-    const int right = coin->Between(-15, 15), down = coin->Between(-15, 15), base = coin->Between(0, 255);
+    if (style < CONTENTS) {
+        Noise noise = {static_cast<uint32_t>(coin->random())};
+        FillSamples(plane->source.data(), width, height, static_cast<Content>(style), &noise);
+        return;
+    }
+    const int right = coin->Between(-15, 15), down = coin->Between(-15, 15);
     for (int y = 0; y < height; y++) {
         for (int x = 0; x < width; x++) {
-            const size_t at = static_cast<size_t>(y * width + x);
             const int movedX = std::clamp(x + right, 0, width - 1), movedY = std::clamp(y + down, 0, height - 1);
+            const size_t at = static_cast<size_t>(y * width + x);
+            const size_t from = style == CONTENTS ? static_cast<size_t>(movedY * width + movedX) : at;
             const int noise = coin->Between(0, 255);
-            int sample = noise;
-            if (style == 1) sample = base + noise % 3 * 40;
-            if (style == 2) sample = base + x * 3 + y * 2 + noise % 4;
-            if (style == 3) sample = noise % 16 == 0 ? noise : base;
-            if (style == 4) sample = plane->reference[static_cast<size_t>(movedY * width + movedX)] + noise % 3 - 1;
-            if (style == 5) sample = plane->reference[at] + (noise < 10 ? noise : 0);
-            if (style == 6) sample = noise % 2 * 255;
-            plane->source[at] = static_cast<uint8_t>(sample);
+            const int change = style == CONTENTS ? noise % 3 - 1 : noise < 10 ? noise : 0;
+            plane->source[at] = static_cast<uint8_t>(plane->reference[from] + change);
         }
     }
 }
@@ -197,33 +198,26 @@ uint32_t ErrorOf(const CoinPlane& plane, const std::vector<uint8_t>& shown, uint
     return error;
 }
 
-// The reader's blocks against the choices.
+// The reader's blocks against the choices, and the errors of those that come from a list.
 void CompareBlocks(const CoinPlane& plane, const reader::DecodedPlane& decoded) {
-    for (uint32_t row = 0; row < plane.Rows(); row++) {
-        for (uint32_t column = 0; column < plane.Columns(); column++) {
-            const size_t at = size_t{row} * plane.Columns() + column;
-            const BlockRecord& record = plane.records[at];
-            uint32_t side = 8;
-            if (record.chosenMode == MODE_SCALED) {
-                const uint32_t mode = plane.records[at + 1].chosenMode;
-                ASSERT_EQ(decoded.blocks[at].mode, MODE_SCALED);
-                if (mode != MODE_SCALED) { // the upper half
-                    ASSERT_EQ(decoded.blocks[at].highMode, mode);
-                    side = 16;
-                    if (record.chosenError != NO_PROMISE) {
-                        ASSERT_EQ(ErrorOf(plane, decoded.samples, column, row, side), record.chosenError)
-                            << "16x16 mode " << mode << " payload " << record.chosenPayload;
-                    }
-                }
-                column++;
-                continue;
+    for (size_t at = 0; at < plane.records.size(); at++) {
+        const BlockRecord& record = plane.records[at];
+        ASSERT_EQ(decoded.blocks[at].mode, record.chosenMode);
+        uint32_t mode = record.chosenMode, side = 8;
+        if (mode == MODE_SCALED) {
+            mode = plane.records[at + 1].chosenMode; // MODE_SCALED in the lower half
+            if (mode != MODE_SCALED) {
+                ASSERT_EQ(decoded.blocks[at].highMode, mode);
             }
-            ASSERT_EQ(decoded.blocks[at].mode, record.chosenMode);
-            if (record.chosenError != NO_PROMISE) {
-                ASSERT_EQ(ErrorOf(plane, decoded.samples, column, row, side), record.chosenError)
-                    << "mode " << record.chosenMode << " payload " << record.chosenPayload;
-            }
+            side = 16;
         }
+        if (mode != MODE_SCALED && record.chosenError != NO_PROMISE) {
+            const auto column = static_cast<uint32_t>(at) % plane.Columns(),
+                       row = static_cast<uint32_t>(at) / plane.Columns();
+            ASSERT_EQ(ErrorOf(plane, decoded.samples, column, row, side), record.chosenError)
+                << side << " wide, mode " << mode << " payload " << record.chosenPayload;
+        }
+        if (side == 16) at++;
     }
 }
 
@@ -269,7 +263,7 @@ TEST(Coin, AnyValidChoiceReadsBack) {
         constexpr int IDS[] = {reader::PLANE_Y, reader::PLANE_CR, reader::PLANE_CB, reader::PLANE_ALPHA};
         CoinPlane plane(8 * (1 + coin.Draw(10)), 8 * (1 + coin.Draw(10)), IDS[coin.Draw(4)]);
         for (int frame = 0; frame < 4 && !testing::Test::HasFatalFailure(); frame++) {
-            const uint32_t style = coin.Draw(7);
+            const uint32_t style = coin.Draw(CONTENTS + 2);
             SCOPED_TRACE("seed " + std::to_string(seed) + " frame " + std::to_string(frame) + " style " +
                          std::to_string(style) + ", " + std::to_string(plane.width) + " x " +
                          std::to_string(plane.height) + ", plane " + std::to_string(plane.id));

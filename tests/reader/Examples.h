@@ -25,40 +25,51 @@ struct BitSink {
     BitSink& PadToWord() { return Put(0, uint32_t(-used & 31)); }
 };
 
-// The head of a plane stream: 23 flat tables, so that a symbol's code is its 4-bit value.
-inline BitSink FlatTables() {
-    BitSink sink;
-    for (int i = 0; i < TABLES; i++) sink.Put(0, 4);
-    return sink;
-}
+// A plane stream being written: flat tables, so that a symbol's code is its 4-bit value, then counts and elements of row
+// starts; the test puts the blocks' bit strings itself.
+struct PlaneStream : BitSink {
+    uint32_t width;
+    int next = 0; // bundle whose count is due
 
-// Bits of each bundle's count in a plane of this width.
-inline std::vector<uint32_t> CountBits(uint32_t width) {
-    const uint32_t elements[BUNDLES] = {1, 1, 64, 8, 1, 1, 1, 1, 48};
-    std::vector<uint32_t> bits;
-    for (int id = 0; id < BUNDLES; id++) {
+    explicit PlaneStream(uint32_t samples) : width(samples) {
+        for (int i = 0; i < TABLES; i++) Put(0, 4);
+    }
+    uint32_t CountBits(int id) const {
+        const uint32_t elements[BUNDLES] = {1, 1, 64, 8, 1, 1, 1, 1, 48}; // of a block
         const uint32_t most = width / 8 / (id == SUB_BLOCK_TYPES ? 2 : 1) * elements[id] + 511;
         uint32_t length = 0;
         while (most >> length != 0) length++;
-        bits.push_back(length);
+        return length;
     }
-    return bits;
-}
-
-// Writes the counts of a row start; the test puts the elements itself.
-struct RowStart {
-    uint32_t width;
-    BitSink* sink;
-    int next = 0;
-
     // Zero counts for the bundles ahead of `id`, then the count for it.
-    RowStart& Count(int id, uint32_t count) {
-        while (next < id) sink->Put(0, CountBits(width)[size_t(next++)]);
-        sink->Put(count, CountBits(width)[size_t(next++)]);
+    PlaneStream& Count(int id, uint32_t count) {
+        while (next < id) Put(0, CountBits(next++));
+        Put(count, CountBits(next++));
         return *this;
     }
     void End() {
-        while (next < BUNDLES) sink->Put(0, CountBits(width)[size_t(next++)]);
+        while (next < BUNDLES) Put(0, CountBits(next++));
+    }
+    // A chunk of nibbles by their codes behind a flag of 0.
+    PlaneStream& Codes(int id, const std::vector<uint32_t>& symbols, uint32_t count) {
+        Count(id, count).Put(0, 1);
+        for (const uint32_t symbol : symbols) Put(symbol, 4);
+        return *this;
+    }
+    PlaneStream& Codes(int id, const std::vector<uint32_t>& symbols) {
+        return Codes(id, symbols, uint32_t(symbols.size()));
+    }
+    PlaneStream& Colours(const std::vector<uint32_t>& colours) {
+        const bool same = std::equal(colours.begin() + 1, colours.end(), colours.begin());
+        Count(COLOURS, uint32_t(colours.size())).Put(same, 1);
+        for (size_t i = 0; i < (same ? 1 : colours.size()); i++) Put(colours[i] >> 4, 4).Put(colours[i] & 15, 4);
+        return *this;
+    }
+    // A chunk of one offset.
+    PlaneStream& Offset(int id, int offset) {
+        Count(id, 1).Put(offset == 0, 1).Put(uint32_t(offset < 0 ? -offset : offset), 4);
+        if (offset != 0) Put(offset < 0, 1);
+        return *this;
     }
 };
 
@@ -100,16 +111,11 @@ inline void SetWord(std::vector<uint8_t>* bytes, size_t offset, uint32_t word) {
     for (size_t i = 0; i < 4; i++) (*bytes)[offset + i] = uint8_t(word >> 8 * i);
 }
 
-// One 8x8 plane, filled with a colour below 128.
+// One 8x8 plane, filled with a colour.
 inline std::vector<uint8_t> FilledPlane(uint32_t colour) {
-    BitSink sink = FlatTables();
-    RowStart row = {8, &sink};
-    row.Count(BLOCK_TYPES, 1);
-    sink.Put(0, 1).Put(6, 4);
-    row.Count(COLOURS, 1);
-    sink.Put(1, 1).Put(colour >> 4, 4).Put(colour & 15, 4);
-    row.End();
-    return sink.PadToWord().bytes;
+    PlaneStream stream(8);
+    stream.Codes(BLOCK_TYPES, {6}).Colours({colour}).End();
+    return stream.PadToWord().bytes;
 }
 
 struct ExampleTrack {

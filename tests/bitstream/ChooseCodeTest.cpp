@@ -7,6 +7,7 @@
 #include "StreamReading.h"
 #include "bitstream/Bundle.h"
 #include "format/CodeTrees.h"
+#include "reader/CodeTables.h"
 
 namespace vorn {
 namespace {
@@ -87,8 +88,10 @@ uint32_t CheckChoice(const Counts& counts, const Plan& best) {
     PadToWord(&stream.writer);
     EXPECT_EQ(stream.room[0] & 15, best.tree);
     EXPECT_EQ(stream.room[0] >> 4 & 1, best.listed);
-    const reader::CodeTable read = stream.TakeTable();
-    EXPECT_EQ(stream.at, bits);
+    reader::BitSource source = stream.Bits();
+    reader::CodeTable read;
+    ReadCodeTable(source, &read);
+    EXPECT_EQ(source.Position(), bits);
     uint64_t cost = bits - 4 - (best.tree != 0);
     for (size_t i = 0; i < 16; i++) {
         EXPECT_EQ(read.symbols[words[i]], i);

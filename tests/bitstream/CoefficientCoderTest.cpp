@@ -10,12 +10,12 @@ namespace {
 
 using Block = std::vector<int>; // 64 values in block order
 
-// A string for the reader, which has nothing to complain of, and its end.
+// A string on its way through the reader, and what is found wrong with it.
 struct Reading {
     reader::Violations violations;
     reader::BitSource bits;
     reader::Reporter report;
-    explicit Reading(const TestStream& stream) : bits(stream.Rest()), report{&violations, {}, &bits} {}
+    explicit Reading(const TestStream& stream) : bits(stream.Bits()), report{&violations, {}, &bits} {}
 };
 
 // Blocks of all sizes and densities, and extreme ones: everything at the same magnitude, or a single value.

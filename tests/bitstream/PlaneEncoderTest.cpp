@@ -75,30 +75,6 @@ TEST(Planes, SmallMixHasTheBitsWorkedOutByHand) {
     EXPECT_EQ(bytes, (in->at + 31) / 32 * 4);
 }
 
-// A bundle whose only chunk is used up says so once, in the next row, and never again.
-TEST(Planes, EndedBundlesSendOneCount) {
-    Plane plane(8, 24);
-    plane.Choose(0, 0, MODE_RAW);
-    for (uint8_t& sample : plane.source) sample = 0x77;
-    plane.Encode();
-    std::vector<reader::CodeTable> codes;
-    for (int i = 0; i < 23; i++) codes.push_back(plane.stream.TakeTable());
-    EXPECT_EQ(plane.stream.Take(10), 3u);
-    EXPECT_EQ(plane.stream.Take(1), 0u);
-    for (const uint32_t type : {9u, 0u, 0u}) EXPECT_EQ(plane.stream.TakeSymbol(codes[0]), type);
-    EXPECT_EQ(plane.stream.Take(9), 0u);
-    EXPECT_EQ(plane.stream.Take(10), 64u);
-    EXPECT_EQ(plane.stream.Take(1), 1u); // all the same
-    EXPECT_EQ(plane.stream.TakeSymbol(codes[2]), 7u);
-    EXPECT_EQ(plane.stream.TakeSymbol(codes[18]), 7u);
-    EXPECT_EQ(plane.stream.Take(30), 0u); // patterns to runs
-    EXPECT_EQ(plane.stream.Take(30), 0u);
-    EXPECT_EQ(plane.stream.Take(10), 0u); // second row: colours have ended
-    const uint32_t rest = (32 - plane.stream.at % 32) % 32;
-    EXPECT_EQ(plane.stream.Take(rest), 0u);
-    EXPECT_EQ(plane.Encode(), plane.stream.at / 8);
-}
-
 // More than ten elements replace the newest history slot, ten leave it.
 TEST(Planes, TotalsReachTheCostModel) {
     for (const uint32_t blocks : {10u, 11u}) {
@@ -112,18 +88,6 @@ TEST(Planes, TotalsReachTheCostModel) {
         EXPECT_EQ(plane.model.colourFeedback > 0, learned);
         EXPECT_EQ(plane.model.motion.denominator[0], 0u);
     }
-    // 32 blocks side by side: offsets count pairs, patterns blocks. All bits are those of flat codes.
-    Plane plane(256, 8);
-    for (uint32_t i = 0; i < 32; i++) {
-        plane.Choose(0, i, i < 16 ? MODE_MOTION : MODE_PATTERN, 200 * 256 + 100);
-        plane.At(0, i).offsetX = static_cast<int8_t>(i % 2);
-    }
-    plane.Encode();
-    EXPECT_EQ(plane.model.motion.denominator[0], 17u);
-    EXPECT_EQ(plane.model.pattern.denominator[0], 17u);
-    EXPECT_EQ(plane.model.pattern.denominator[1], 0u);
-    EXPECT_EQ(plane.model.run.denominator[0], 0u);
-    EXPECT_GT(plane.model.motion.numerator[0], 2u * 10 + 5); // two counts and an all-zero chunk at least
 }
 
 // Noise in the dearest form of each mode, in halves of the blocks or 16x16 ones: the promised rooms, which are modest,

@@ -1,4 +1,4 @@
-// StreamReading.h - rooms for what the bitstream folder writes, and a plain way to read it: bit by bit, tables with the reader.
+// StreamReading.h - rooms for what the bitstream folder writes, and a plain way to read it: bit by bit, or with the reader.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@
 
 #include "bitstream/BitWriter.h"
 #include "bitstream/BlockData.h"
-#include "reader/CodeTables.h"
+#include "reader/BitSource.h"
 
 namespace vorn {
 
@@ -25,24 +25,8 @@ struct TestStream {
         for (uint32_t i = 0; i < bits; i++, at++) value |= static_cast<uint32_t>(room.at(at / 8) >> at % 8 & 1) << i;
         return value;
     }
-    reader::BitSource Rest() const {
-        reader::BitSource bits({room.data(), room.size()});
-        bits.Skip(at);
-        return bits;
-    }
-    reader::CodeTable TakeTable() {
-        reader::BitSource bits = Rest();
-        reader::CodeTable table;
-        ReadCodeTable(bits, &table);
-        at = static_cast<uint32_t>(bits.Position());
-        return table;
-    }
-    uint32_t TakeSymbol(const reader::CodeTable& table) {
-        reader::BitSource bits = Rest();
-        const uint32_t symbol = reader::TakeSymbol(bits, table);
-        at = static_cast<uint32_t>(bits.Position());
-        return symbol;
-    }
+    // All of it for the reader.
+    reader::BitSource Bits() const { return reader::BitSource({room.data(), room.size()}); }
 };
 
 // A list of bit strings and its room.

@@ -18,7 +18,7 @@ struct Reading {
     explicit Reading(const TestStream& stream) : bits(stream.Bits()), report{&violations, {}, &bits} {}
 };
 
-// Blocks of all sizes and densities, and extreme ones: everything at the same magnitude, or a single value.
+// Blocks of all sizes and densities, and extreme ones: everything at the same magnitude or half of it, or a single value.
 Block MakeBlock(int round, int greatest, std::mt19937* random) {
     Block block(64, 0);
     if (round < 64) {
@@ -29,7 +29,8 @@ Block MakeBlock(int round, int greatest, std::mt19937* random) {
     const int density = RandomInt(random, 1, 8);
     for (int& value : block) {
         const int noise = RandomInt(random, 0, (1 << bits) - 1) >> RandomInt(random, 0, bits);
-        const int size = round % 4 == 0 ? greatest : std::min(greatest, noise);
+        const int wide = greatest >> RandomInt(random, 0, 1);
+        const int size = round % 4 == 0 ? greatest : round % 4 == 1 ? wide : std::min(greatest, noise);
         if (RandomInt(random, 1, 8) <= density) value = RandomInt(random, 0, 1) ? -size : size;
     }
     return block;
@@ -118,6 +119,10 @@ TEST(Residues, ReadBackAtEveryTruncation) {
             ASSERT_EQ(Block(read, read + 64), Block(shown, shown + 64)) << "limit " << limit;
             ASSERT_EQ(reading.bits.Position(), strings.list.first->bits);
             ASSERT_EQ(reading.violations.errors, 0u);
+            StartReader(&bits, string.room.data(), PAYLOAD_ROOM_BYTES);
+            ReadBits(&bits, RESIDUE_HEAD_BITS);
+            ReadResidue(read, &bits, limit);
+            ASSERT_EQ(Block(read, read + 64), Block(shown, shown + 64)) << "limit " << limit;
         }
     }
 }

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <set>
 #include <vector>
 
 #include "tests/blocks/TestBlocks.h"
@@ -70,67 +69,17 @@ TEST(SmoothRuns, EqualsTheSlowVersionAtEveryThreshold) {
     }
 }
 
-TEST(SmoothRuns, KnownSequences) {
-    uint8_t in[64];
-    uint8_t out[64];
-    int next = 0;
-    std::memset(in, 9, 64);
-    SmoothRuns(out, in, 0, &next, nullptr, nullptr);
-    EXPECT_EQ(next, 256);
-    EXPECT_EQ(0, std::memcmp(in, out, 64));
-    for (int i = 0; i < 64; i++) in[i] = i % 2 == 0 ? 0 : 255;
-    SmoothRuns(out, in, 0, &next, nullptr, nullptr);
-    EXPECT_EQ(next, 255);
-    SmoothRuns(out, in, 255, &next, nullptr, nullptr);
-    EXPECT_EQ(next, 256);
-    for (int i = 0; i < 64; i++) EXPECT_EQ(out[i], 127);
-}
-
-TEST(ScanOrders, ScanningBackGivesTheBlock) {
-    Noise noise = {5};
-    uint8_t block[64];
-    FillSamples(block, 8, 8, CONTENT_NOISE, &noise);
-    for (int order = 0; order < SCAN_ORDERS; order++) {
-        uint8_t sequence[64];
-        uint8_t back[64] = {};
-        ScanBlock(sequence, block, order);
-        EXPECT_EQ(sequence[1], block[SCAN_ORDER[order][1]]);
-        UnscanBlock(back, sequence, order);
-        EXPECT_EQ(0, std::memcmp(back, block, 64)) << order;
-    }
-}
-
-struct Segments {
-    std::vector<int> lengths; // negative for literal ones
-    int end;
-};
-Segments CutAll(const uint8_t* v) {
-    Segments all = {{}, 0};
-    while (all.end < 63) {
-        const RunSegment segment = NextRunSegment(v, all.end);
-        all.lengths.push_back(segment.flat ? segment.length : -segment.length);
-        all.end += segment.length;
-    }
-    return all;
-}
-
-// Sequences are given as runs of equal samples; neighbours differ.
-void MakeRuns(uint8_t* v, const std::vector<int>& lengths) {
-    int at = 0;
-    for (size_t run = 0; run < lengths.size(); run++)
-        for (int i = 0; i < lengths[run]; i++) v[at++] = static_cast<uint8_t>(run);
-    ASSERT_EQ(at, 64);
-}
 std::vector<int> Ones(std::vector<int> before, int ones, const std::vector<int>& behind = {}) {
     before.insert(before.end(), static_cast<size_t>(ones), 1);
     before.insert(before.end(), behind.begin(), behind.end());
     return before;
 }
 
+// Sequences are given as runs of equal samples, whose neighbours differ.
 TEST(RunSegments, CasesAroundTheEnd) {
     const struct {
         std::vector<int> runs;
-        std::vector<int> segments;
+        std::vector<int> segments; // lengths, negative for literal ones
         int end;
     } cases[] = {
         {{64}, {16, 16, 16, 16}, 64},
@@ -145,11 +94,21 @@ TEST(RunSegments, CasesAroundTheEnd) {
         {Ones({}, 3, {13, 16, 16, 16}), {-3, 13, 16, 16, 16}, 64} // stops before two equal samples
     };
     for (const auto& one : cases) {
-        uint8_t v[64];
-        MakeRuns(v, one.runs);
-        const Segments all = CutAll(v);
-        EXPECT_EQ(all.lengths, one.segments);
-        EXPECT_EQ(all.end, one.end);
+        std::vector<uint8_t> samples;
+        for (const int length : one.runs) {
+            const uint8_t sample = static_cast<uint8_t>(samples.size());
+            samples.insert(samples.end(), static_cast<size_t>(length), sample);
+        }
+        ASSERT_EQ(samples.size(), 64u);
+        std::vector<int> segments;
+        int end = 0;
+        while (end < 63) {
+            const RunSegment segment = NextRunSegment(samples.data(), end);
+            segments.push_back(segment.flat ? segment.length : -segment.length);
+            end += segment.length;
+        }
+        EXPECT_EQ(segments, one.segments);
+        EXPECT_EQ(end, one.end);
     }
 }
 

@@ -49,8 +49,7 @@ Offset BruteForce(const uint8_t* source, const uint8_t* reference, int width, in
 
 // The block's task as the pass makes it, searched at every level that the machine has; all must agree.
 Offset Search(const uint8_t* source, const uint8_t* reference, int width, int height, int x, int y) {
-    std::vector<uint16_t> sums(
-        MotionScratchWords(static_cast<uint32_t>(width), static_cast<uint32_t>(height)), 0xffff);
+    std::vector<uint16_t> sums(MotionScratchWords(static_cast<uint32_t>(width), static_cast<uint32_t>(height)), 0xffff);
     SumAreas(sums.data(), reference, static_cast<uint32_t>(width), static_cast<uint32_t>(height));
     WorkQueue queue = {};
     queue.sourcePlane = source;
@@ -70,67 +69,50 @@ Offset Search(const uint8_t* source, const uint8_t* reference, int width, int he
 
 // Contents of few values are full of ties.
 TEST(MotionSearch, EqualsBruteForce) {
-    const struct {
-        int width;
-        int height;
-    } sizes[] = {{8, 8}, {16, 8}, {8, 24}, {32, 24}, {56, 48}};
     Noise noise = {6};
-    for (const auto& size : sizes) {
+    for (const auto& [width, height] : {Offset{8, 8}, Offset{16, 8}, Offset{8, 24}, Offset{32, 24}, Offset{56, 48}}) {
         for (int content = 0; content < CONTENTS; content++) {
-            std::vector<uint8_t> source(static_cast<size_t>(size.width * size.height));
+            std::vector<uint8_t> source(static_cast<size_t>(width * height));
             std::vector<uint8_t> reference(source.size());
-            FillSamples(source.data(), size.width, size.height, static_cast<Content>(content), &noise);
-            FillSamples(reference.data(), size.width, size.height, static_cast<Content>(content), &noise);
-            for (int y = 0; y < size.height; y += 8)
-                for (int x = 0; x < size.width; x += 8)
-                    EXPECT_EQ(Search(source.data(), reference.data(), size.width, size.height, x, y),
-                              BruteForce(source.data(), reference.data(), size.width, size.height, x, y))
-                        << size.width << " " << content << " " << x << " " << y;
+            FillSamples(source.data(), width, height, static_cast<Content>(content), &noise);
+            FillSamples(reference.data(), width, height, static_cast<Content>(content), &noise);
+            for (int y = 0; y < height; y += 8)
+                for (int x = 0; x < width; x += 8)
+                    EXPECT_EQ(Search(source.data(), reference.data(), width, height, x, y),
+                              BruteForce(source.data(), reference.data(), width, height, x, y))
+                        << width << " " << content << " " << x << " " << y;
         }
     }
 }
 
-// The middle block of a black plane holds the only content; copies of it are put where the table says.
-class PlacedCopies : public ::testing::Test {
-protected:
-    static constexpr int SIDE = 56;
-    std::vector<uint8_t> source = std::vector<uint8_t>(SIDE * SIDE);
-    std::vector<uint8_t> reference = std::vector<uint8_t>(SIDE * SIDE);
-
-    void PutBlock(std::vector<uint8_t>* plane, int dx, int dy) {
-        for (int i = 0; i < 64; i++)
-            (*plane)[static_cast<size_t>((24 + dy + i / 8) * SIDE + 24 + dx + i % 8)] = static_cast<uint8_t>(50 + i);
+// The middle block of a black plane holds the only content; copies of it lie where the table says, later ones over others.
+TEST(MotionSearch, PlacedCopiesAreFoundInVisitingOrder) {
+    constexpr int SIDE = 56;
+    const auto put = [](std::vector<uint8_t>* plane, Offset offset) {
+        for (int i = 0; i < 64; i++) {
+            const int place = (24 + offset.y + i / 8) * SIDE + 24 + offset.x + i % 8;
+            (*plane)[static_cast<size_t>(place)] = static_cast<uint8_t>(50 + i);
+        }
+    };
+    const struct {
+        std::vector<Offset> copies;
+        Offset found;
+    } cases[] = {
+        {{{15, 15}}, {15, 15}},
+        {{{-15, 15}}, {-15, 15}},
+        {{{15, -15}}, {15, -15}},
+        {{{-15, -15}}, {-15, -15}},
+        {{{-9, 0}, {9, 0}}, {9, 0}},
+        {{{0, -9}, {15, 1}}, {15, 1}},
+        {{{0, -9}, {15, 1}, {0, 0}}, {0, 0}},
+    };
+    for (const auto& one : cases) {
+        std::vector<uint8_t> source(SIDE * SIDE);
+        std::vector<uint8_t> reference(SIDE * SIDE);
+        put(&source, {0, 0});
+        for (const Offset& copy : one.copies) put(&reference, copy);
+        EXPECT_EQ(Search(source.data(), reference.data(), SIDE, SIDE, 24, 24), one.found);
     }
-    Offset SearchMiddle() { return Search(source.data(), reference.data(), SIDE, SIDE, 24, 24); }
-};
-
-TEST_F(PlacedCopies, FarthestCornersAreReached) {
-    for (Offset corner : {Offset{15, 15}, Offset{-15, 15}, Offset{15, -15}, Offset{-15, -15}}) {
-        std::fill(reference.begin(), reference.end(), uint8_t(0));
-        PutBlock(&source, 0, 0);
-        PutBlock(&reference, corner.x, corner.y);
-        EXPECT_EQ(SearchMiddle(), corner);
-    }
-}
-
-TEST_F(PlacedCopies, EqualMatchesGoToTheFirstVisited) {
-    PutBlock(&source, 0, 0);
-    PutBlock(&reference, -9, 0);
-    PutBlock(&reference, 9, 0);
-    EXPECT_EQ(SearchMiddle(), (Offset{9, 0}));
-    std::fill(reference.begin(), reference.end(), uint8_t(0));
-    PutBlock(&reference, 0, -9);
-    PutBlock(&reference, 15, 1);
-    EXPECT_EQ(SearchMiddle(), (Offset{15, 1}));
-    PutBlock(&reference, 0, 0); // covers part of the other copies, and is visited first anyway
-    EXPECT_EQ(SearchMiddle(), (Offset{0, 0}));
-}
-
-TEST(MotionSearch, FlatAgainstFlatStaysInPlace) {
-    std::vector<uint8_t> source(32 * 32, 90);
-    std::vector<uint8_t> reference(32 * 32, 100);
-    EXPECT_EQ(Search(source.data(), reference.data(), 32, 32, 8, 16), (Offset{0, 0}));
-    EXPECT_EQ(Search(source.data(), reference.data(), 32, 32, 24, 24), (Offset{0, 0}));
 }
 
 } // namespace

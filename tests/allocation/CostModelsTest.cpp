@@ -1,11 +1,16 @@
-// CostModelsTest.cpp - the estimates: defaults, four-frame means, bounds, entropy, the cost of a colour and its feedback.
+// CostModelsTest.cpp - the estimates: defaults, four-frame means, bounds, counts of samples, entropy, the cost of a colour and
+// its feedback.
 #include "allocation/CostModels.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
+#include <cstring>
 #include <random>
 #include <vector>
+
+#include "allocation/SampleTables.h"
 
 using namespace vorn;
 
@@ -18,18 +23,21 @@ CostModel Fresh(PlaneKind kind) {
     return model;
 }
 
+// 8x8 samples of two values by turns.
+std::vector<uint8_t> ByTurns() {
+    std::vector<uint8_t> turns(64);
+    for (size_t i = 1; i < 64; i += 2) turns[i] = 200;
+    return turns;
+}
+
 } // namespace
 
 TEST(CostModels, FirstEstimates) {
     static_assert(sizeof(CostModel) == 83 * 4);
     const CostModel luma = Fresh(PlaneKind::LUMA);
-    EXPECT_EQ(luma.typeBits, 435u);
-    EXPECT_EQ(luma.subTypeBits, 332u);
-    EXPECT_EQ(luma.patternBits, 13056u);
-    EXPECT_EQ(luma.motionBits, 2048u);
-    EXPECT_EQ(luma.intraDcBits, 2406u);
-    EXPECT_EQ(luma.interDcBits, 1536u);
-    EXPECT_EQ(luma.runBits, 896u);
+    const std::vector<uint32_t> estimates = {luma.typeBits,    luma.subTypeBits, luma.patternBits, luma.motionBits,
+                                             luma.intraDcBits, luma.interDcBits, luma.runBits};
+    EXPECT_EQ(estimates, (std::vector<uint32_t>{435, 332, 13056, 2048, 2406, 1536, 896}));
     EXPECT_EQ(Fresh(PlaneKind::CHROMA).typeBits, 307u);
     EXPECT_EQ(Fresh(PlaneKind::CHROMA).motionBits, 2304u);
     EXPECT_EQ(Fresh(PlaneKind::ALPHA).typeBits, 332u);
@@ -80,6 +88,37 @@ TEST(CostModels, EntropyOfKnownTables) {
     EXPECT_NEAR(EstimateEntropyBits(table), static_cast<double>(bits / 8), 0.51);
 }
 
+// Counts by the rules, sample by sample. From small steps over coarse ones to noise and extremes, in which differences don't fit
+// a signed byte.
+TEST(SampleTables, EqualTheRulesSampleBySample) {
+    std::mt19937 random(9);
+    for (int round = 0; round < 60; round++) {
+        std::vector<uint8_t> plane(64 * (1 + random() % 5)), other(plane.size());
+        const uint32_t span = round % 4 == 3 ? 2 : 1u << (1 + random() % 8);
+        const uint32_t scale = round % 4 == 3 ? 255 : 1;
+        SampleTable slow[4] = {}; // all, changed, colours, colours with a reference
+        for (size_t i = 0; i < plane.size(); i++) {
+            plane[i] = static_cast<uint8_t>(random() % span * scale);
+            other[i] = static_cast<uint8_t>(random() % 3 ? random() % span * scale : plane[i]);
+            if (i > 0 && random() % 4 == 0) plane[i] = plane[i - 1];
+            const int distance = std::abs(int{plane[i]} - int{other[i]});
+            const bool unlike = i == 0 || plane[i] != plane[i - 1];
+            const bool counts[4] = {true, distance > 2, unlike, unlike && distance > 1};
+            for (int rule = 0; rule < 4; rule++) {
+                slow[rule].counts[plane[i]] += counts[rule];
+                slow[rule].total += counts[rule];
+            }
+        }
+        SampleTable made[4];
+        CountAll(&made[0], plane.data(), plane.size());
+        CountChanged(&made[1], plane.data(), other.data(), plane.size());
+        CountColours(&made[2], plane.data(), nullptr, plane.size());
+        CountColours(&made[3], plane.data(), other.data(), plane.size());
+        for (int rule = 0; rule < 4; rule++)
+            ASSERT_EQ(std::memcmp(&made[rule], &slow[rule], sizeof slow[rule]), 0) << round << " " << rule;
+    }
+}
+
 TEST(CostModels, ColourCostOfFlatAndNoisyPlanes) {
     CostModel model = Fresh(PlaneKind::LUMA);
     const std::vector<uint8_t> flat(64 * 64, 80);
@@ -109,8 +148,7 @@ TEST(CostModels, ColourCostOfFlatAndNoisyPlanes) {
 TEST(CostModels, CountedSamplesFollowTheRows) {
     CostModel model = Fresh(PlaneKind::LUMA);
     model.colourLower = 0;
-    std::vector<uint8_t> turns(64);
-    for (size_t i = 0; i < 64; i++) turns[i] = i % 2 ? 200 : 0;
+    std::vector<uint8_t> turns = ByTurns();
     PrepareCostModel(&model, turns.data(), nullptr, 8, 8);
     EXPECT_EQ(model.colourBits, 256u);
     // The same with a reference that serves the low samples: one value is left, and no information.
@@ -118,11 +156,6 @@ TEST(CostModels, CountedSamplesFollowTheRows) {
     model.colourFeedback = 5;
     PrepareCostModel(&model, turns.data(), reference.data(), 8, 8);
     EXPECT_EQ(model.colourBits, 5u);
-    // Half of each row repeats: with both values counted 8 times, the end of a row going on into the next.
-    for (size_t i = 0; i < 64; i++) turns[i] = i % 8 < 4 ? 0 : 200;
-    model.colourFeedback = 0;
-    PrepareCostModel(&model, turns.data(), nullptr, 8, 8);
-    EXPECT_EQ(model.colourBits, 256u);
     // Bits of 3 values in 2 : 1 : 1 over 4 samples are 6, 0.75 bytes, rounded to 1: 2048 / 4.
     model.colourFeedback = 0;
     for (size_t i = 0; i < 64; i++) turns[i] = i < 20 ? 0 : i < 40 ? 9 : i < 60 ? 0 : 7;
@@ -144,9 +177,7 @@ TEST(CostModels, FeedbackIsMeasuredLessRaw) {
     ApplyColourFeedback(&model);
     EXPECT_EQ(model.colourFeedback, 512 - 760);
     // A correction below the raw estimate holds at the lower bound.
-    std::vector<uint8_t> turns(64);
-    for (size_t i = 0; i < 64; i++) turns[i] = i % 2 ? 200 : 0;
-    PrepareCostModel(&model, turns.data(), nullptr, 8, 8);
+    PrepareCostModel(&model, ByTurns().data(), nullptr, 8, 8);
     EXPECT_EQ(model.colourBits, 640u);
     EXPECT_EQ(model.colourCorrection, 640 - 256);
 }

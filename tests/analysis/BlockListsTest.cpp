@@ -1,10 +1,8 @@
 // BlockListsTest.cpp - the stored lists of both block sizes: each entry is shown and priced anew from its mode and payload
-// alone; order, hull, lengths, early ends; and the same records for any number of workers.
+// alone; order, hull, lengths, early ends; and how many threads do it.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
-#include <string>
 #include <vector>
 
 #include "analysis/Analysis.h"
@@ -64,16 +62,12 @@ bool UsesReference(int mode) {
     return mode == MODE_SKIP || mode == MODE_MOTION || mode == MODE_RESIDUE || mode == MODE_INTER;
 }
 
-void ExpectRising(const BlockRecord& record) {
+// Bits rise and errors fall; in a hull what a step saves for its bits is never more than the step before saved for its own.
+void ExpectOrder(const BlockRecord& record, bool hull) {
     for (int i = 1; i < record.count; i++) {
         EXPECT_GT(record.bits[i], record.bits[i - 1]);
         EXPECT_LT(record.errors[i], record.errors[i - 1]);
-    }
-}
-
-// Slopes do not rise: what a step saves for its bits is never more than the step before saved for its own.
-void ExpectHull(const BlockRecord& record) {
-    for (int i = 2; i < record.count; i++) {
+        if (i == 1 || !hull) continue;
         const int64_t saved = int64_t(record.errors[i - 1]) - record.errors[i];
         const int64_t spent = int64_t(record.bits[i]) - record.bits[i - 1];
         const int64_t savedBefore = int64_t(record.errors[i - 2]) - record.errors[i - 1];
@@ -82,50 +76,35 @@ void ExpectHull(const BlockRecord& record) {
     }
 }
 
-void CheckRecord(const Plane& plane, size_t index, bool keyFrame, const CostModel& costs, int* modesSeen) {
-    const BlockRecord& record = plane.records[index];
-    const int columns = plane.width / 8;
-    const int at = static_cast<int>(index) / columns * 8 * plane.width + static_cast<int>(index) % columns * 8;
+// A record of the 8x8 blocks, or of those of `side` 16, which use no reference.
+void CheckRecord(const Plane& plane, int side, size_t index, bool keyFrame, const CostModel& costs, int* modesSeen) {
+    const bool high = side == 16;
+    const BlockRecord& record = high ? plane.highRecords[index] : plane.records[index];
+    const int columns = plane.width / side;
+    const int at = static_cast<int>(index) / columns * side * plane.width + static_cast<int>(index) % columns * side;
     uint8_t src[64];
-    uint8_t same[64];
-    uint8_t moved[64];
-    LoadBlock(src, plane.source.data() + at, plane.width);
-    if (!keyFrame) {
-        LoadBlock(same, plane.reference.data() + at, plane.width);
-        LoadBlock(moved, plane.reference.data() + at + record.offsetY * plane.width + record.offsetX, plane.width);
+    uint8_t same[64] = {};
+    uint8_t moved[64] = {};
+    const uint8_t* const source = plane.source.data() + at;
+    const uint8_t* const reference = plane.reference.data() + at;
+    if (high) {
+        HalveBlock(src, source, 16, 16, plane.width);
+    } else {
+        LoadBlock(src, source, plane.width);
+        LoadBlock(same, reference, plane.width);
+        if (!keyFrame) LoadBlock(moved, reference + record.offsetY * plane.width + record.offsetX, plane.width);
+        ASSERT_GE(record.count, 1);
+        EXPECT_EQ(record.errors[record.count - 1], 0u);
     }
-    ASSERT_GE(record.count, 1);
-    ASSERT_LE(record.count, 32);
-    EXPECT_EQ(record.errors[record.count - 1], 0u);
-    ExpectRising(record);
-    ExpectHull(record);
+    ASSERT_LE(record.count, high ? 31 : 32);
+    ExpectOrder(record, !high);
+    const uint32_t overhead = high ? 2 * costs.typeBits + costs.subTypeBits : costs.typeBits;
     for (int i = 0; i < record.count; i++) {
         const int mode = record.modes[i];
-        if (keyFrame) {
-            ASSERT_FALSE(UsesReference(mode));
-        }
-        const Shown shown =
-            Show(mode, record.payloads[i], src, keyFrame ? nullptr : same, keyFrame ? nullptr : moved, costs);
-        EXPECT_EQ(record.errors[i], ErrorOf(shown, src)) << mode;
-        EXPECT_EQ(record.bits[i], shown.bits + costs.typeBits) << mode;
-        modesSeen[mode]++;
-    }
-}
-
-void CheckHighRecord(const Plane& plane, size_t index, const CostModel& costs, int* modesSeen) {
-    const BlockRecord& record = plane.highRecords[index];
-    const int columns = plane.width / 16;
-    const int at = static_cast<int>(index) / columns * 16 * plane.width + static_cast<int>(index) % columns * 16;
-    uint8_t half[64];
-    HalveBlock(half, plane.source.data() + at, 16, 16, plane.width);
-    ASSERT_LE(record.count, 31);
-    ExpectRising(record);
-    for (int i = 0; i < record.count; i++) {
-        const int mode = record.modes[i];
-        ASSERT_FALSE(UsesReference(mode));
-        const Shown shown = Show(mode, record.payloads[i], half, nullptr, nullptr, costs);
-        EXPECT_EQ(record.errors[i], HighErrorOf(shown, plane.source.data() + at, plane.width)) << mode;
-        EXPECT_EQ(record.bits[i], shown.bits + 2 * costs.typeBits + costs.subTypeBits) << mode;
+        ASSERT_FALSE((keyFrame || high) && UsesReference(mode));
+        const Shown shown = Show(mode, record.payloads[i], src, same, UsesReference(mode) ? moved : nullptr, costs);
+        EXPECT_EQ(record.errors[i], high ? HighErrorOf(shown, source, plane.width) : ErrorOf(shown, src)) << mode;
+        EXPECT_EQ(record.bits[i], shown.bits + overhead) << mode;
         modesSeen[mode]++;
     }
 }
@@ -140,10 +119,10 @@ TEST(BlockLists, EveryEntryIsWhatItSays) {
             Plane plane = MakePlane(56, 40, static_cast<Content>(content), 20 + static_cast<uint32_t>(content));
             Analyse(&plane, keyFrame, &costs);
             for (size_t i = 0; i < plane.records.size(); i++) {
-                CheckRecord(plane, i, keyFrame, costs, modesSeen);
+                CheckRecord(plane, 8, i, keyFrame, costs, modesSeen);
                 longest = std::max<int>(longest, plane.records[i].count);
             }
-            for (size_t i = 0; i < plane.highRecords.size(); i++) CheckHighRecord(plane, i, costs, highSeen);
+            for (size_t i = 0; i < plane.highRecords.size(); i++) CheckRecord(plane, 16, i, keyFrame, costs, highSeen);
         }
     }
     for (int mode : {0, 2, 3, 4, 5, 6, 7, 8, 9}) EXPECT_GT(modesSeen[mode], 0) << mode;
@@ -169,7 +148,7 @@ TEST(BlockLists, LongListsAreCutToTheirRoom) {
     EXPECT_EQ(record.modes[0], MODE_FILL);
     EXPECT_EQ(record.errors[30], 0u);
     int modesSeen[16] = {};
-    CheckHighRecord(plane, 0, costs, modesSeen);
+    CheckRecord(plane, 16, 0, true, costs, modesSeen);
 }
 
 // Patterns of one block repeated, whose lists are short or begin with a known fill colour.
@@ -221,19 +200,17 @@ TEST(BlockLists, EasyBlocks) {
     }
 }
 
-uint32_t startCalls;
-uint32_t refuseEvery; // 0: none; 1: all; n: every n-th
 uint32_t started;
+uint32_t refused; // every other call
 uint32_t joined;
 
-// All records, as bytes, with threads that are counted and refused.
-std::string RecordsWith(uint32_t workers, uint32_t refused) {
-    startCalls = started = joined = 0;
-    refuseEvery = refused;
+// Each of the three passes wants a thread for every worker but itself, and joins those that it got.
+TEST(BlockLists, EachPassHasItsThreads) {
+    const CostModel costs = MakeCosts();
+    Plane plane = MakePlane(72, 56, CONTENT_SOFT, 40);
     Platform table = SYSTEM_PLATFORM;
     table.startThread = [](ThreadHandle* thread, void (*run)(void*), void* argument) {
-        startCalls++;
-        if (refuseEvery != 0 && startCalls % refuseEvery == 0) return false;
+        if (started > refused) return ++refused, false;
         started++;
         return SYSTEM_PLATFORM.startThread(thread, run, argument);
     };
@@ -242,30 +219,16 @@ std::string RecordsWith(uint32_t workers, uint32_t refused) {
         SYSTEM_PLATFORM.joinThread(thread);
     };
     platform = &table;
-    const uint32_t countBefore = ExchangeWorkerCount(workers);
-    const CostModel costs = MakeCosts();
-    Plane plane = MakePlane(72, 56, CONTENT_SOFT, 40); // what the passes do not write is zero
-    Analyse(&plane, false, &costs);
-    ExchangeWorkerCount(countBefore);
-    platform = &SYSTEM_PLATFORM;
-    const char* const low = reinterpret_cast<const char*>(plane.records.data());
-    const char* const high = reinterpret_cast<const char*>(plane.highRecords.data());
-    return std::string(low, plane.records.size() * sizeof(BlockRecord)) +
-           std::string(high, plane.highRecords.size() * sizeof(BlockRecord));
-}
-
-TEST(Workers, RecordsDependNeitherOnTheirNumberNorOnThreadsThatCannotBeStarted) {
-    const std::string alone = RecordsWith(1, 0);
-    EXPECT_EQ(startCalls, 0u);
-    for (uint32_t workers : {2u, 7u, 32u}) {
-        for (uint32_t refused : {0u, 1u, 2u, 3u}) {
-            SCOPED_TRACE(workers * 10 + refused);
-            EXPECT_TRUE(RecordsWith(workers, refused) == alone);
-            EXPECT_EQ(startCalls, 3 * (workers - 1)); // three passes
-            EXPECT_EQ(started, startCalls - (refused == 0 ? 0 : startCalls / refused));
-            EXPECT_EQ(joined, started);
-        }
+    const uint32_t before = ExchangeWorkerCount(1);
+    for (uint32_t workers : {1u, 2u, 7u, 32u}) {
+        started = refused = joined = 0;
+        ExchangeWorkerCount(workers);
+        Analyse(&plane, false, &costs);
+        EXPECT_EQ(started + refused, 3 * (workers - 1));
+        EXPECT_EQ(joined, started);
     }
+    ExchangeWorkerCount(before);
+    platform = &SYSTEM_PLATFORM;
 }
 
 } // namespace

@@ -1,5 +1,5 @@
-// KernelsTest.cpp - the twins of every level give what the plain forms give, at every alignment, and touch no memory in front
-// of or behind the planes, blocks and lists that they are given: pages that mustn't be touched lie on both sides.
+// KernelsTest.cpp - the twins of every level give what the plain forms give, or brute force, at every alignment, and touch no
+// memory in front of or behind the planes, blocks and lists that they are given: pages that mustn't be touched lie there.
 #include <gtest/gtest.h>
 
 #if defined(__unix__)
@@ -13,9 +13,9 @@
 #include <vector>
 
 #include "analysis/Analysis.h"
+#include "analysis/Evaluators.h"
 #include "analysis/Kernels.h"
 #include "blocks/CandidateLists.h"
-#include "platform/Workers.h"
 #include "tests/blocks/TestBlocks.h"
 
 namespace vorn {
@@ -178,44 +178,75 @@ TEST(Kernels, HullsAsByThePlainRules) {
     }
 }
 
-TEST(Kernels, PlanesAsByThePlainForms) {
-    const uint32_t workers = ExchangeWorkerCount(1);
-    Noise noise = {3};
-    CostModel costs = {};
-    costs.colourBits = 1500;
-    costs.patternBits = 9000;
-    costs.runBits = 800;
-    costs.motionBits = 1800;
-    costs.intraDcBits = 1700;
-    costs.interDcBits = 1100;
-    const Guarded sourceRoom, referenceRoom, scratchRoom;
-    const uint32_t sizes[][2] = {{16, 16}, {48, 16}, {16, 48}, {32, 32}, {80, 48}};
-    for (int round = 0; round < 60; round++) {
-        const uint32_t width = sizes[round % 5][0];
-        const uint32_t height = sizes[round % 5][1];
-        const bool atEnd = round / 5 % 2 == 0;
-        uint8_t* const source = sourceRoom.Place(width * height, atEnd);
-        uint8_t* const reference = referenceRoom.Place(width * height, atEnd);
-        uint16_t* const scratch = reinterpret_cast<uint16_t*>(
-            scratchRoom.Place(static_cast<size_t>(MotionScratchWords(width, height)) * 2, atEnd));
-        const int columns = static_cast<int>(width);
-        const int rows = static_cast<int>(height);
-        FillSamples(source, columns, rows, static_cast<Content>(round % CONTENTS), &noise);
-        FillSamples(reference, columns, rows, static_cast<Content>(round / 6 % CONTENTS), &noise);
-        std::vector<BlockRecord> plain;
-        for (int level = 0; level <= static_cast<int>(BestCpuLevel()); level++) {
-            std::vector<BlockRecord> records(128); // of 8x8 blocks, then of 16x16 blocks
-            std::memset(static_cast<void*>(records.data()), 0, records.size() * sizeof(BlockRecord));
-            UseKernelsOf(static_cast<CpuLevel>(level));
-            AnalysePlane(records.data(), source, reference, width, height, false, &costs, scratch);
-            AnalyseHighPlane(records.data() + 64, source, reference, width, height, false, &costs);
-            if (level == 0) plain = records;
-            EXPECT_EQ(std::memcmp(records.data(), plain.data(), records.size() * sizeof(BlockRecord)), 0)
-                << round << " " << level;
+struct Offset {
+    int x;
+    int y;
+    bool operator==(const Offset&) const = default;
+};
+
+// 0, 1, .. 15, -15, .. -1, as far as the block stays inside.
+std::vector<int> VisitingOrder(int position, int size) {
+    std::vector<int> order;
+    for (int d = 0; d <= 15; d++) order.push_back(d);
+    for (int d = -15; d < 0; d++) order.push_back(d);
+    std::erase_if(order, [&](int d) { return position + d < 0 || position + d + 8 > size; });
+    return order;
+}
+
+Offset BruteForce(const uint8_t* source, const uint8_t* reference, int width, int height, int x, int y) {
+    Offset best = {0, 0};
+    int least = 0x7ffffff;
+    for (int dy : VisitingOrder(y, height)) {
+        for (int dx : VisitingOrder(x, width)) {
+            int sum = 0;
+            for (int i = 0; i < 64; i++) {
+                const int row = y + i / 8;
+                const int column = x + i % 8;
+                sum += std::abs(source[row * width + column] - reference[(row + dy) * width + column + dx]);
+            }
+            if (sum >= least) continue;
+            least = sum;
+            best = {dx, dy};
         }
     }
-    UseKernelsOf(BestCpuLevel());
-    ExchangeWorkerCount(workers);
+    return best;
+}
+
+// Contents of few values are full of ties. The block's task is made as the pass makes it.
+TEST(Kernels, MotionAsByBruteForce) {
+    Noise noise = {6};
+    const Guarded sourceRoom, referenceRoom, sumsRoom;
+    for (const auto& [width, height] : {Offset{8, 8}, Offset{16, 8}, Offset{8, 24}, Offset{32, 24}, Offset{56, 48}}) {
+        for (int round = 0; round < 2 * CONTENTS; round++) {
+            const bool atEnd = round % 2 == 0;
+            WorkQueue queue = {};
+            queue.width = static_cast<uint32_t>(width);
+            queue.height = static_cast<uint32_t>(height);
+            const size_t samples = size_t{queue.width} * queue.height;
+            const size_t words = static_cast<size_t>(MotionScratchWords(queue.width, queue.height));
+            uint8_t* const source = sourceRoom.Place(samples, atEnd);
+            uint8_t* const reference = referenceRoom.Place(samples, atEnd);
+            uint16_t* const sums = reinterpret_cast<uint16_t*>(sumsRoom.Place(words * sizeof(uint16_t), atEnd));
+            FillSamples(source, width, height, static_cast<Content>(round / 2), &noise);
+            FillSamples(reference, width, height, static_cast<Content>(round / 2), &noise);
+            std::memset(sums, 0xff, words * sizeof(uint16_t));
+            SumAreas(sums, reference, queue.width, queue.height);
+            queue.sourcePlane = source;
+            queue.referencePlane = reference;
+            queue.areaSums = sums;
+            for (int index = 0; index < width / 8 * (height / 8); index++) {
+                const int x = index % (width / 8) * 8;
+                const int y = index / (width / 8) * 8;
+                const MotionTask task = TaskOfBlock(&queue, static_cast<uint32_t>(index));
+                const Offset expected = BruteForce(source, reference, width, height, x, y);
+                for (int level = 0; level <= static_cast<int>(BestCpuLevel()); level++) {
+                    const Displacement found = AnalysisKernelsOf(static_cast<CpuLevel>(level)).searchMotion(&task);
+                    EXPECT_EQ((Offset{found.x, found.y}), expected)
+                        << width << " " << round << " " << index << " " << level;
+                }
+            }
+        }
+    }
 }
 
 } // namespace

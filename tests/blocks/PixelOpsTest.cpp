@@ -1,4 +1,4 @@
-// PixelOpsTest.cpp - extremes, pitches and rounding of the pixel operations.
+// PixelOpsTest.cpp - extremes and rounding of the pixel operations.
 #include "blocks/PixelOps.h"
 
 #include <gtest/gtest.h>
@@ -10,34 +10,6 @@
 
 namespace vorn {
 namespace {
-
-// With a pitch the 8x8 or 16x16 area is touched and nothing else; loading and halving give the block back.
-TEST(PixelOps, PitchedWritesStayInsideTheirArea) {
-    constexpr int pitch = 24;
-    constexpr int corner = 2 * pitch + 5;
-    Noise noise = {1};
-    uint8_t block[BLOCK_SAMPLES];
-    uint8_t back[BLOCK_SAMPLES];
-    FillSamples(block, 8, 8, CONTENT_NOISE, &noise);
-    for (int scale : {1, 2}) {
-        uint8_t plane[pitch * 20];
-        std::memset(plane, 77, sizeof(plane));
-        if (scale == 1) {
-            StoreBlock(plane + corner, block, pitch);
-            LoadBlock(back, plane + corner, pitch);
-        } else {
-            DoubleBlock(plane + corner, block, pitch);
-            HalveBlock(back, plane + corner, 16, 16, pitch);
-        }
-        EXPECT_EQ(0, std::memcmp(back, block, sizeof(block)));
-        for (int i = 0; i < pitch * 20; i++) {
-            const int row = i / pitch - 2;
-            const int column = i % pitch - 5;
-            const bool inside = row >= 0 && row < 8 * scale && column >= 0 && column < 8 * scale;
-            EXPECT_EQ(plane[i], inside ? block[row / scale * 8 + column / scale] : 77) << i;
-        }
-    }
-}
 
 // What sorts all sequences of zeros and ones sorts everything: here many of all mixtures.
 TEST(PixelOps, SortsEveryLengthInUse) {

@@ -144,22 +144,21 @@ TEST(CostModels, ColourCostOfFlatAndNoisyPlanes) {
     EXPECT_EQ(model.colourFeedback, 8);
 }
 
-// Two values by turns: every sample counts, one bit each.
-TEST(CostModels, CountedSamplesFollowTheRows) {
+// One bit each for two values by turns; none with a reference that serves one of them, and bits of 3 values in 2 : 1 : 1 over
+// 4 samples are 6, 0.75 bytes, rounded to 1: 2048 / 4.
+TEST(CostModels, ColourCostOfKnownValues) {
     CostModel model = Fresh(PlaneKind::LUMA);
     model.colourLower = 0;
-    std::vector<uint8_t> turns = ByTurns();
-    PrepareCostModel(&model, turns.data(), nullptr, 8, 8);
+    const std::vector<uint8_t> reference(64, 1);
+    std::vector<uint8_t> steps(64);
+    for (size_t i = 0; i < 64; i++) steps[i] = i < 20 ? 0 : i < 40 ? 9 : i < 60 ? 0 : 7;
+    PrepareCostModel(&model, ByTurns().data(), nullptr, 8, 8);
     EXPECT_EQ(model.colourBits, 256u);
-    // The same with a reference that serves the low samples: one value is left, and no information.
-    std::vector<uint8_t> reference(64, 1);
     model.colourFeedback = 5;
-    PrepareCostModel(&model, turns.data(), reference.data(), 8, 8);
+    PrepareCostModel(&model, ByTurns().data(), reference.data(), 8, 8);
     EXPECT_EQ(model.colourBits, 5u);
-    // Bits of 3 values in 2 : 1 : 1 over 4 samples are 6, 0.75 bytes, rounded to 1: 2048 / 4.
     model.colourFeedback = 0;
-    for (size_t i = 0; i < 64; i++) turns[i] = i < 20 ? 0 : i < 40 ? 9 : i < 60 ? 0 : 7;
-    PrepareCostModel(&model, turns.data(), nullptr, 8, 8);
+    PrepareCostModel(&model, steps.data(), nullptr, 8, 8);
     EXPECT_EQ(model.colourBits, 512u);
 }
 

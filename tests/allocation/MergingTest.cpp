@@ -83,10 +83,9 @@ TEST(Merging, WinnersAreMarked) {
     scene.Offer(1, 4000, 120);
     scene.Merge(0);
     EXPECT_EQ(scene.Modes(10), (std::vector<uint32_t>{F, F, S, I, F, F, F, S, S, F}));
-    const BlockRecord& r00 = scene.low[2];
-    EXPECT_EQ(r00.chosenPayload, 5u);
-    EXPECT_EQ(r00.chosenBits, 4000u);
-    EXPECT_EQ(r00.chosenError, 120u);
+    EXPECT_EQ(scene.low[2].chosenPayload, 5u);
+    EXPECT_EQ(scene.low[2].chosenBits, 4000u);
+    EXPECT_EQ(scene.low[2].chosenError, 120u);
     EXPECT_EQ(scene.low[7].chosenBits, 0u);
 }
 

@@ -7,8 +7,6 @@
 #include <gtest/gtest.h>
 
 #include "audio/AudioEncoder.h"
-#include "audio/AudioInternal.h"
-#include "public/vornmake.h"
 #include "tests/audio/CodedBlockReader.h"
 
 namespace {
@@ -16,13 +14,9 @@ namespace {
 using namespace vorn;
 using namespace testaudio;
 
-struct Owned {
-    explicit Owned(AudioEncoder* made) : encoder(made) {}
-    ~Owned() { mokfree(encoder); }
-    Owned(const Owned&) = delete;
-    AudioEncoder* operator->() const { return encoder; }
-    AudioEncoder* encoder;
-};
+OwnedEncoder Open(uint32_t rate) {
+    return OwnedEncoder(OpenAudioEncoder(rate, 1, true));
+}
 
 double Floor(double hertz) {
     const double k = hertz * 0.001;
@@ -56,10 +50,10 @@ int Bisect(const std::vector<float>& y, uint32_t first, uint32_t end, double all
 }
 
 // A first block counts as noise altogether: every line's tonality is -0.43 ln 0.5 - 0.29.
-std::vector<int> StepsOfNoise(const AudioEncoder* encoder, std::vector<float> y, uint32_t quality) {
+std::vector<int> StepsOfNoise(const AudioEncoder& encoder, std::vector<float> y, uint32_t quality) {
     const double spread[11] = {0.0000038, 0.0010497, 0.13477009, 1.0,       0.07875,  0.0146941,
                                0.0052495, 0.0005273, 0.0000507,  0.0000048, 0.0000004};
-    const AudioShape& shape = encoder->shape;
+    const AudioShape& shape = encoder.shape;
     const uint32_t bands = shape.bandCount;
     y[0] = 1;
     y[1] = 0;
@@ -99,15 +93,15 @@ std::vector<float> NoiseSpectrum(uint32_t n, float size) {
 TEST(BandSteps, OfNoiseFollowTheRules) {
     for (uint32_t rate : {8000u, 22050u, 44100u})
         for (uint32_t quality : {0u, 5u, 12u, 40u}) {
-            const Owned encoder(OpenAudioEncoder(rate, 1, true));
+            const OwnedEncoder encoder = Open(rate);
             // Every fifth band is louder, in turn by as much as leaves its next and its second neighbours a step to find.
             std::vector<float> y = NoiseSpectrum(encoder->shape.transformSize, 20000);
             for (uint32_t b = 0; b < encoder->shape.bandCount; b += 5)
                 for (uint32_t i = 2 * encoder->shape.bandEdges[b]; i < 2 * encoder->shape.bandEdges[b + 1]; i++)
                     y[i] *= b % 2 ? 30.0f : 8.0f;
-            const std::vector<int> expected = StepsOfNoise(encoder.encoder, y, quality);
+            const std::vector<int> expected = StepsOfNoise(*encoder, y, quality);
             uint8_t steps[MAX_BANDS];
-            ChooseBandSteps(encoder.encoder, y.data(), encoder->history, quality, steps);
+            ChooseBandSteps(encoder.get(), y.data(), encoder->history, quality, steps);
             for (uint32_t b = 0; b < encoder->shape.bandCount; b++)
                 EXPECT_EQ(int(steps[b]), expected[b]) << rate << " q " << quality << " band " << b;
         }
@@ -115,7 +109,7 @@ TEST(BandSteps, OfNoiseFollowTheRules) {
 
 // The step of a tone's band in its third block, by the amplitude of the two blocks before.
 int StepOfTone(float before) {
-    const Owned encoder(OpenAudioEncoder(44100, 1, true));
+    const OwnedEncoder encoder = Open(44100);
     const uint32_t line = 300; // band 20, lines 297 to 356
     uint8_t steps[MAX_BANDS] = {};
     for (int block = 0; block < 3; block++) {
@@ -124,7 +118,7 @@ int StepOfTone(float before) {
         const float phase = 0.5f + 0.6f * float(block);
         y[2 * line] = amplitude * std::cos(phase);
         y[2 * line + 1] = -amplitude * std::sin(phase);
-        ChooseBandSteps(encoder.encoder, y.data(), encoder->history, 0, steps);
+        ChooseBandSteps(encoder.get(), y.data(), encoder->history, 0, steps);
     }
     // The history holds this block and the one before, in its four arrays.
     EXPECT_NEAR(encoder->history[line], 300000, 1);
@@ -144,64 +138,52 @@ TEST(BandSteps, PredictableTonesAreCodedFiner) {
 }
 
 TEST(BandSteps, SilenceIsLiftedOnlyInBand0) {
-    const Owned encoder(OpenAudioEncoder(22050, 1, true));
-    for (uint32_t quality : {0u, 50u}) {
-        std::vector<float> y(1024, 0.0f);
-        uint8_t steps[MAX_BANDS];
-        ChooseBandSteps(encoder.encoder, y.data(), encoder->history, quality, steps);
-        double floor = 1000; // of coefficients 1 to 7 with frequencies cut to whole hertz
-        for (uint32_t i = 1; i < 2 * encoder->shape.bandEdges[1]; i++)
-            floor = std::min(floor, Floor(double(i * 11025 / 1024)) - 14);
-        EXPECT_EQ(int(steps[0]), int(std::lround((quality + floor + 0.3319) * 1.5060241)));
-        for (uint32_t b = 1; b < 23; b++) EXPECT_EQ(steps[b], 255u);
-    }
+    const OwnedEncoder encoder = Open(22050);
+    std::vector<float> y(1024, 0.0f);
+    uint8_t steps[MAX_BANDS];
+    ChooseBandSteps(encoder.get(), y.data(), encoder->history, 50, steps);
+    double floor = 1000; // of coefficients 1 to 7 with frequencies cut to whole hertz
+    for (uint32_t i = 1; i < 2 * encoder->shape.bandEdges[1]; i++)
+        floor = std::min(floor, Floor(double(i * 11025 / 1024)) - 14);
+    EXPECT_EQ(int(steps[0]), int(std::lround((50 + floor + 0.3319) * 1.5060241)));
+    for (uint32_t b = 1; b < 23; b++) EXPECT_EQ(steps[b], 255u);
 }
 
-// Writes a spectrum with step 1 and no hearing threshold, and reads it back.
-CodedTransform WriteAndRead(AudioEncoder* encoder, const std::vector<float>& spectrum) {
-    const uint32_t n = encoder->shape.transformSize;
-    for (uint32_t i = 0; i < n; i++) encoder->threshold[i] = 0.0f;
+// Writes a spectrum with step 1 and these thresholds, and reads it back.
+CodedTransform WriteAndRead(const std::vector<float>& spectrum, float evenThreshold = 0, float oddThreshold = 0) {
+    const OwnedEncoder encoder = Open(8000);
+    for (uint32_t i = 0; i < 512; i++) encoder->threshold[i] = i % 2 ? oddThreshold : evenThreshold;
     const uint8_t steps[MAX_BANDS] = {};
     AudioBits out = {encoder->coded, 0, 0};
-    WriteAudioCoefficients(encoder, &out, spectrum.data(), steps);
+    WriteAudioCoefficients(encoder.get(), &out, spectrum.data(), steps);
     PadToWord(&out);
     BitReader in = {encoder->coded, size_t(out.next - encoder->coded) * 8};
     CodedTransform read;
-    ReadGroups(&in, n, &read);
+    ReadGroups(&in, 512, &read);
     EXPECT_LT(in.bits - in.at, 32u);
     return read;
 }
 
 TEST(CoefficientGroups, RoundAndClip) {
-    const Owned encoder(OpenAudioEncoder(8000, 1, true));
-    std::vector<float> x(512, 0.0f);
     const float values[] = {0.49999997f, 0.5f,     -0.5f, 1.4999999f, 1.5f,     -2.5f,
                             32766.5f,    32767.5f, 1e9f,  -1e9f,      -32766.4f};
     const int expected[] = {0, 1, -1, 1, 2, -3, 32767, 32767, 32767, -32767, -32766};
+    std::vector<float> x(512, 0.0f);
     std::copy(std::begin(values), std::end(values), x.begin() + 2);
-    const CodedTransform read = WriteAndRead(encoder.encoder, x);
+    const CodedTransform read = WriteAndRead(x);
     for (size_t i = 0; i < std::size(expected); i++) EXPECT_EQ(read.coefficients[2 + i], expected[i]) << values[i];
     EXPECT_EQ(read.headings[0].width, 15u);
 }
 
 TEST(CoefficientGroups, HearingThresholdIsStrict) {
-    const Owned encoder(OpenAudioEncoder(8000, 1, true));
-    const uint8_t steps[MAX_BANDS] = {};
-    std::vector<float> x(512, 3.0f);
-    for (uint32_t i = 0; i < 512; i++) encoder->threshold[i] = i % 2 ? 9.0f : std::nextafter(9.0f, 10.0f);
-    AudioBits out = {encoder->coded, 0, 0};
-    WriteAudioCoefficients(encoder.encoder, &out, x.data(), steps);
-    PadToWord(&out);
-    BitReader in = {encoder->coded, size_t(out.next - encoder->coded) * 8};
-    CodedTransform read;
-    ReadGroups(&in, 512, &read);
+    const CodedTransform read = WriteAndRead(std::vector<float>(512, 3.0f), std::nextafter(9.0f, 10.0f), 9.0f);
     for (uint32_t i = 2; i < 512; i++) ASSERT_EQ(read.coefficients[i], i % 2 ? 3 : 0);
 }
 
 TEST(CoefficientGroups, ThresholdsRiseWithQuality) {
-    const Owned encoder(OpenAudioEncoder(44100, 1, true));
+    const OwnedEncoder encoder = Open(44100);
     for (uint32_t quality : {0u, 30u}) {
-        FillThresholds(encoder.encoder, quality);
+        FillThresholds(encoder.get(), quality);
         for (uint32_t i : {1u, 7u, 100u, 500u, 2047u}) {
             const double expected = std::pow(10.0, (Floor(double(i * 22050 / 2048)) + 2 * quality) * 0.1);
             if (expected < 3e38)
@@ -215,11 +197,10 @@ TEST(CoefficientGroups, ThresholdsRiseWithQuality) {
 
 // Group g of 64 (the last has 6 coefficients) gets the width widths[g].
 std::vector<Heading> HeadingsOf(const std::vector<uint32_t>& widths) {
-    const Owned encoder(OpenAudioEncoder(8000, 1, true));
     std::vector<float> x(512, 0.0f);
     for (size_t g = 0; g < 64; g++)
         if (widths[g]) x[std::min<size_t>(2 + 8 * g + g % 8, 511)] = float(1u << (widths[g] - 1));
-    const CodedTransform read = WriteAndRead(encoder.encoder, x);
+    const CodedTransform read = WriteAndRead(x);
     for (size_t i = 2; i < 512; i++) EXPECT_EQ(float(read.coefficients[i]), x[i]) << i;
     return read.headings;
 }

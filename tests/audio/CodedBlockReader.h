@@ -1,12 +1,22 @@
-// CodedBlockReader.h - reads coded sound blocks back, by its own reading of the format.
+// CodedBlockReader.h - reads coded sound blocks back, by its own reading of the format, and owns their encoder.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <memory>
 #include <stdexcept>
 #include <vector>
 
+#include "audio/AudioInternal.h"
+#include "public/vornmake.h"
+
 namespace testaudio {
+
+struct FreeBlock {
+    void operator()(void* block) const { mokfree(block); }
+};
+using OwnedEncoder = std::unique_ptr<vorn::AudioEncoder, FreeBlock>;
 
 struct BitReader {
     const uint8_t* data;
@@ -37,37 +47,23 @@ struct CodedTransform {
 };
 
 inline double UnpackFloat(uint32_t field) {
-    const int exponent = int(field & 31);
-    const double size = std::ldexp(double(field >> 5 & 0x7fffff), exponent - 23);
+    const double size = std::ldexp(double(field >> 5 & 0x7fffff), int(field & 31) - 23);
     return field >> 28 ? -size : size;
 }
 
 inline void ReadGroups(BitReader* in, uint32_t n, CodedTransform* out) {
     const uint32_t runs[16] = {2, 3, 4, 5, 6, 8, 9, 10, 11, 12, 13, 14, 15, 16, 32, 64};
-    out->coefficients.assign(n, 0);
-    for (uint32_t p = 2; p < n;) {
-        Heading heading = {-1, 0, 8};
-        if (in->Get(1)) {
-            heading.code = int(in->Get(4));
-            heading.count = 8 * runs[heading.code];
-        }
-        heading.width = in->Get(4);
-        if (heading.count > n - p) heading.count = n - p;
-        for (uint32_t i = 0; i < heading.count && heading.width; i++) {
+    out->coefficients.assign(2, 0);
+    while (out->coefficients.size() < n) {
+        Heading heading = {in->Get(1) ? int(in->Get(4)) : -1, in->Get(4), 8};
+        if (heading.code >= 0) heading.count *= runs[heading.code];
+        heading.count = std::min(heading.count, n - uint32_t(out->coefficients.size()));
+        for (uint32_t i = 0; i < heading.count; i++) {
             const int size = int(in->Get(heading.width));
-            out->coefficients[p + i] = size && in->Get(1) ? -size : size;
+            out->coefficients.push_back(size && in->Get(1) ? -size : size);
         }
         out->headings.push_back(heading);
-        p += heading.count;
     }
-}
-
-inline CodedTransform ReadTransform(BitReader* in, uint32_t n, uint32_t bands) {
-    CodedTransform out;
-    for (double& value : out.value) value = UnpackFloat(in->Get(29));
-    for (uint32_t band = 0; band < bands; band++) out.steps.push_back(in->Get(8));
-    ReadGroups(in, n, &out);
-    return out;
 }
 
 } // namespace testaudio

@@ -8,8 +8,8 @@ class Sound(ProgramTest):
         super().setUp()
         self.vorn("scene", "cuts", "--size", "16x16", "--frames", "25", "-o", "s.y4m", "-q")
 
-    def make(self, sound, name="m.vrn", code=DONE, says=()):
-        return self.vorn("make", "s.y4m", "--audio", sound, "-o", name, "--force", "-q", code=code, says=says)
+    def make(self, sound, name="m.vrn"):
+        self.vorn("make", "s.y4m", "--audio", sound, "-o", name, "--force", "-q")
 
     def decoded(self, name, track="0"):
         self.vorn("decode", name, "--audio", track, "-o", "back.wav", "--force")
@@ -18,20 +18,18 @@ class Sound(ProgramTest):
 
     def test_sample_formats_become_16_bit(self):
         plain = tone(8000)
-        self.put("16.wav", wav(plain))
-        self.make("16.wav", "16.vrn")
-        self.put("24.wav", wav([s * 256 + (i % 3 - 1) * 127 for i, s in enumerate(plain)], bits=24))
-        self.put("32.wav", wav([s * 65536 + (i % 3 - 1) * 32767 for i, s in enumerate(plain)], bits=32))
-        self.put("float.wav", wav([(s + (i % 3 - 1) * 0.45) / 32768 for i, s in enumerate(plain)], bits=32, kind=3))
-        for name in ("24", "32", "float"):
+        coarse = [s // 256 * 256 for s in plain]
+        for name, file, same in (
+                ("24", wav([s * 256 + (i % 3 - 1) * 127 for i, s in enumerate(plain)], bits=24), plain),
+                ("32", wav([s * 65536 + (i % 3 - 1) * 32767 for i, s in enumerate(plain)], bits=32), plain),
+                ("float", wav([(s + (i % 3 - 1) * 0.45) / 32768 for i, s in enumerate(plain)], bits=32, kind=3), plain),
+                ("8", wav([s // 256 for s in plain], bits=8), coarse)):
             with self.subTest(name):
-                self.make(name + ".wav", name + ".vrn")
-                self.assertEqual(self.get(name + ".vrn"), self.get("16.vrn"))
-        self.put("8.wav", wav([s // 256 for s in plain], bits=8))
-        self.put("8as16.wav", wav([s // 256 * 256 for s in plain]))
-        self.make("8.wav", "8.vrn")
-        self.make("8as16.wav", "8as16.vrn")
-        self.assertEqual(self.get("8.vrn"), self.get("8as16.vrn"))
+                self.put("a.wav", file)
+                self.put("16.wav", wav(same))
+                self.make("a.wav")
+                self.make("16.wav", "16.vrn")
+                self.assertEqual(self.get("m.vrn"), self.get("16.vrn"))
 
     def test_sound_comes_back(self):
         plain = tone(8000)
@@ -42,7 +40,6 @@ class Sound(ProgramTest):
         wrong = sum((a - b) ** 2 for a, b in zip(plain, back))
         self.assertLess(wrong * 16, sum(a * a for a in plain))  # 12 dB: a lone tone hides much noise
         self.vorn("verify", "m.vrn")
-        self.vorn("decode", "m.vrn", "--audio", "8", "-o", "x.wav", code=USAGE, says=["7"])
 
     # A part of the pictures has its part of the sound, and so has a part of the movie.
     def test_sound_of_some_frames(self):
@@ -58,14 +55,6 @@ class Sound(ProgramTest):
         self.put("part.y4m", head + b"\n" + frames[10 * (16 * 16 * 3 // 2 + 6):])
         self.vorn("make part.y4m --audio late.wav -o late.vrn -q")
         self.assertEqual(self.get("seek.vrn"), self.get("late.vrn"))
-
-    def test_short_sound_is_followed_by_silence(self):
-        self.put("a.wav", wav(tone(2000)))
-        self.make("a.wav")
-        back = self.decoded("m.vrn")
-        self.assertEqual(len(back), 8000)
-        self.assertGreater(max(back[500:1500]), 4000)
-        self.assertLess(max(abs(s) for s in back[5000:]), 100)
 
     # A track has room for 4 GiB of samples: 16000 bytes a second last for 268435 seconds.
     def test_sound_that_is_too_long(self):
@@ -98,17 +87,10 @@ class Sound(ProgramTest):
         self.assertGreater(max(late[4500:]), 4000)
         self.vorn("mix", "none.vrn", "--fps", "10/1", "-o", "slow.vrn", "-q")
         self.assertIn(" F10:1 ", self.decode_y4m("slow.vrn")[0])
-
-    def test_mix_in_place_and_refusals(self):
-        self.put("low.wav", wav(tone(8000)))
-        self.make("low.wav")
-        before = self.get("m.vrn")
-        self.vorn("mix", "m.vrn", "--drop", "0", "-o", "m.vrn", code=EXISTS)
-        self.vorn("mix", "m.vrn", "--track", "0=low.wav", "-o", "low.wav", "--force", code=USAGE)
-        self.assertEqual(self.get("m.vrn"), before)
-        self.vorn("mix", "m.vrn", "--drop", "0", "-o", "m.vrn", "--force", "-q")
-        self.vorn("verify", "m.vrn")
-        self.assertLess(len(self.get("m.vrn")), len(before))
+        self.vorn("mix two.vrn --drop 3 --drop 9 -o two.vrn", code=EXISTS)
+        self.vorn("mix two.vrn --track 3=low.wav -o low.wav --force", code=USAGE)
+        self.vorn("mix two.vrn --drop 3 --drop 9 -o two.vrn --force -q")
+        self.assertEqual(self.get("two.vrn"), self.get("none.vrn"))
 
 
 if __name__ == "__main__":

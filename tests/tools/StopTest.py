@@ -4,14 +4,13 @@ from Program import *
 
 
 class Stopping(ProgramTest):
-    def start_make(self):
+    def start_make(self, shows_frames=True, **more):
         """A make that waits for more of its pipe, with frames done."""
-        self.frame = bytes(range(256)) * 6
-        running = self.start("make - --frames 100 --look-ahead 2 -o m.vrn")
-        running.stdin.write(y4m("W32 H32 F25:1", [self.frame] * 6))
+        running = self.start("make - --frames 100 --look-ahead 2 -o m.vrn --force", **more)
+        running.stdin.write(y4m("W32 H32 F25:1", [bytes(range(256)) * 6] * 6))
         running.stdin.flush()
         # The head is up to date from the first frame on.
-        self.wait_for("m.vrn.part.tmp", lambda _: self.get("m.vrn.part.tmp")[8:12] not in (b"", bytes(4)))
+        self.wait_for("m.vrn.part.tmp", lambda _: not shows_frames or self.get("m.vrn.part.tmp")[8:12] not in (b"", bytes(4)))
         time.sleep(0.3)
         return running
 
@@ -30,11 +29,7 @@ class Stopping(ProgramTest):
         self.vorn("scene", "balls", "--size", "32x32", "--frames", "3", "-o", "s.y4m", "-q")
         self.vorn("make", "s.y4m", "-o", "m.vrn", "-q")
         old = self.get("m.vrn")
-        running = self.start("make - --frames 100 --look-ahead 2 -o m.vrn --force", preexec_fn=small_files(600))
-        running.stdin.write(y4m("W32 H32 F25:1", [bytes(range(256)) * 6] * 6))
-        running.stdin.flush()
-        self.wait_for("m.vrn.part.tmp")
-        time.sleep(0.3)
+        running = self.start_make(shows_frames=False, preexec_fn=small_files(600))
         running.send_signal(signal.SIGTERM)
         _, text = running.communicate(timeout=60)
         self.assertEqual(running.returncode, FAILED, text)

@@ -1,5 +1,4 @@
 """Browser.py - a headless Chromium, driven through chromedriver's plain HTTP."""
-import base64
 import json
 import os
 import re
@@ -85,17 +84,6 @@ class Browser:
 
     def developer(self, command, **arguments):
         return self.call("POST", self.session + "/goog/cdp/execute", {"cmd": command, "params": arguments})
-
-    def picture(self, path, dark=False, width=1200, height=900):
-        """A picture of the whole page."""
-        scheme = [{"name": "prefers-color-scheme", "value": "dark" if dark else "light"}]
-        self.developer("Emulation.setEmulatedMedia", features=scheme)
-        self.developer("Emulation.setDeviceMetricsOverride", width=width, height=height, deviceScaleFactor=1,
-                       mobile=width<500)
-        time.sleep(0.4)
-        taken = self.developer("Page.captureScreenshot", captureBeyondViewport=True)
-        with open(path, "wb") as file:
-            file.write(base64.b64decode(taken["data"]))
 
     def close(self):
         try:

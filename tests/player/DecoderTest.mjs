@@ -99,14 +99,11 @@ function noteModes(frame) {
 
 const PICTURES = [
     ['drift', {size: '96x80', frames: 12, make: ['--frame-bytes', '900', '--key-interval', '5']}],
-    ['balls', {size: '100x75', frames: 8, make: ['--frame-bytes', '500']}],
     ['cuts', {size: '160x64', frames: 24, make: ['--frame-bytes', '700']}],
     ['cuts', {size: '96x96', frames: 24, make: ['--frame-bytes', '9000', '--key-interval', '3']}],
     ['noise', {size: '48x48', frames: 4, make: ['--frame-bytes', '100000']}],
     ['noise', {size: '64x64', frames: 6, make: ['--frame-bytes', '600', '--grey']}],
-    ['noise', {size: '32x32', frames: 4, make: ['--frame-bytes', '3000']}],
     ['drift', {size: '33x17', frames: 6, make: ['--frame-bytes', '400', '--grey']}],
-    ['drift', {size: '200x120', frames: 10, make: ['--frame-bytes', '300']}],
     ['coarse', {size: '64x32', frames: 2, make: ['--frame-bytes', '100000', '--key-interval', '1']}],
     ['glass', {size: '64x48', frames: 8, make: ['--frame-bytes', '700', '--key-interval', '4']}],
     ['glass', {size: '63x49', frames: 6, make: ['--frame-bytes', '900', '--grey']}],
@@ -149,20 +146,13 @@ function wavSamples(name) {
 }
 
 function putWav(name, rate, channels, samples) {
-    const head = Buffer.alloc(44);
-    head.write('RIFF', 0);
-    head.writeUInt32LE(36 + samples.byteLength, 4);
-    head.write('WAVEfmt ', 8);
-    head.writeUInt32LE(16, 16);
-    head.writeUInt16LE(1, 20);
-    head.writeUInt16LE(channels, 22);
-    head.writeUInt32LE(rate, 24);
-    head.writeUInt32LE(rate * channels * 2, 28);
-    head.writeUInt16LE(channels * 2, 32);
-    head.writeUInt16LE(16, 34);
-    head.write('data', 36);
-    head.writeUInt32LE(samples.byteLength, 40);
-    writeFileSync(path(name), Buffer.concat([head, Buffer.from(samples.buffer)]));
+    const frame = channels * 2;
+    const words = (...values) => Buffer.from(Uint32Array.from(values).buffer);
+    writeFileSync(path(name), Buffer.concat([
+        Buffer.from('RIFF'), words(36 + samples.byteLength), Buffer.from('WAVEfmt '),
+        words(16, 1 | channels << 16, rate, rate * frame, frame | 16 << 16),
+        Buffer.from('data'), words(samples.byteLength), Buffer.from(samples.buffer),
+    ]));
 }
 
 const SOUNDS = [[44100, 2], [44100, 1], [22050, 2], [11025, 1], [8000, 2], [48000, 1]];
@@ -214,39 +204,33 @@ function playThrough(bytes) {
     }
 }
 
-// What the reader says of the same bytes: what it shows, and whether it finds anything wrong at all.
-function readThrough(bytes, size) {
-    writeFileSync(path('damaged.vrn'), bytes);
-    const decoded = spawnSync(VORN, ['decode', 'damaged.vrn', '-o', 'damaged.bgra', '-q', '--force'], {cwd: folder});
-    const sum = createHash('sha256');
-    if (decoded.status === 0) {
-        const bgra = readFileSync(path('damaged.bgra'));
-        for (let at = 0; at < bgra.length; at += size) sum.update(hash(bgra.subarray(at, at + size)));
-    }
-    return {
-        status: decoded.status,
-        pictures: sum.digest('hex'),
-        verdict: () => spawnSync(VORN, ['verify', 'damaged.vrn', '-q'], {cwd: folder}).status,
-    };
-}
-
 const MOST_MILLISECONDS = 4000; // for a damaged movie of a few small frames
 
-function checkDamaged(bytes, what, counts) {
+function playInTime(bytes, what) {
     const started = performance.now();
     const mine = playThrough(bytes);
     assert.ok(performance.now() - started < MOST_MILLISECONDS, `${what} took ${performance.now() - started} ms`);
+    return mine;
+}
+
+// What plays must look as the reader decodes it; in what is refused, the reader must find something wrong.
+function checkDamaged(bytes, what, counts) {
+    const mine = playInTime(bytes, what);
     const size = bytes.length >= 28 ? bytes.readUInt32LE(20) * bytes.readUInt32LE(24) * 4 : 4;
     if (size > 1 << 22) return;
-    const its = readThrough(bytes, size);
+    writeFileSync(path('damaged.vrn'), bytes);
+    const ask = (...args) => spawnSync(VORN, [...args, '-q'], {cwd: folder}).status;
     if (mine.message === undefined) {
         counts.played++;
-        assert.equal(its.status, 0, `${what}: played, but the reader can't decode it`);
-        assert.equal(mine.pictures, its.pictures, `${what}: other pictures than the reader's`);
+        assert.equal(ask('decode', 'damaged.vrn', '-o', 'damaged.bgra', '--force'), 0, `${what}: played, but not by the reader`);
+        const bgra = readFileSync(path('damaged.bgra'));
+        const sum = createHash('sha256');
+        for (let at = 0; at < bgra.length; at += size) sum.update(hash(bgra.subarray(at, at + size)));
+        assert.equal(mine.pictures, sum.digest('hex'), `${what}: other pictures than the reader's`);
     } else {
         counts.refused++;
         assert.ok(mine.message.length > 10);
-        assert.notEqual(its.verdict(), 0, `${what}: refused (${mine.message}), but the reader finds nothing wrong`);
+        assert.notEqual(ask('verify', 'damaged.vrn'), 0, `${what}: refused (${mine.message}), but the reader finds nothing wrong`);
     }
 }
 
@@ -268,9 +252,7 @@ test('damaged movies end in a message, in bounded time, or play as the reader de
     for (let k = 0; k < 400; k++) {
         const bytes = Buffer.from(k % 8 === 0 ? whole.subarray(0, random(whole.length)) : whole);
         for (let flips = random(6); flips >= 0; flips--) bytes[random(bytes.length)] = random(256);
-        const started = performance.now();
-        playThrough(bytes);
-        assert.ok(performance.now() - started < MOST_MILLISECONDS, `round ${k} took ${performance.now() - started} ms`);
+        playInTime(bytes, `round ${k}`);
     }
     assert.match(playThrough(Buffer.from('VRNi')).message, /too short/);
     assert.match(playThrough(Buffer.alloc(100)).message, /isn't a Vorn movie/);

@@ -35,16 +35,17 @@ struct PlaneStream : BitSink {
         for (int i = 0; i < TABLES; i++) Put(0, 4);
     }
     uint32_t CountBits(int id) const {
-        const uint32_t elements[BUNDLES] = {1, 1, 64, 8, 1, 1, 1, 1, 48}; // of a block
-        const uint32_t most = width / 8 / (id == SUB_BLOCK_TYPES ? 2 : 1) * elements[id] + 511;
+        const uint32_t elements = id == COLOURS ? 64 : id == PATTERNS ? 8 : id == RUNS ? 48 : 1; // of a block
+        const uint32_t most = width / 8 / (id == SUB_BLOCK_TYPES ? 2 : 1) * elements + 511;
         uint32_t length = 0;
         while (most >> length != 0) length++;
         return length;
     }
     // Zero counts for the bundles ahead of `id`, then the count for it.
     PlaneStream& Count(int id, uint32_t count) {
-        while (next < id) Put(0, CountBits(next++));
-        Put(count, CountBits(next++));
+        for (; next < id; next++) Put(0, CountBits(next));
+        Put(count, CountBits(id));
+        next = id + 1;
         return *this;
     }
     void End() {

@@ -101,7 +101,7 @@ std::string ZshValue(const OptionText& option, const std::string& word) {
     return fmt::format(":{}:{}", ZshQuoted(word, ":\\"), action);
 }
 
-// One specification for _arguments.
+// One argument of _arguments.
 std::string ZshOption(const OptionText& option) {
     const std::string& name = option.names.front();
     if (name[0] != '-') return fmt::format("'{}{}'", option.repeats ? "*" : "1", ZshValue(option, name));

@@ -230,15 +230,6 @@ static inline PackedColumns ShowColumns(const Quantised* quantised, const uint32
     return ShowSome<true, true>(&quantised->rows, factors);
 }
 
-// The row pass leaves 8 fractional bits. `x` holds the block's rows; so it does afterwards.
-static inline void Forward(Eight* x) {
-    Turn(x);
-    for (int i = 0; i < 8; i++) x->v[i] = _mm256_slli_epi32(x->v[i], 8);
-    ForwardPass(x);
-    Turn(x);
-    ForwardPass(x);
-}
-
 static inline int TryIntra(DctTrial* trials, const uint8_t* block, const uint8_t* high) {
     Coefficients coefficients;
     for (int i = 0; i < 8; i++) {

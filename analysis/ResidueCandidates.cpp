@@ -7,11 +7,8 @@
 
 #include "analysis/Evaluators.h"
 #include "bitstream/CoefficientCoder.h"
+#include "bitstream/NodeGroups.h"
 #include "blocks/PixelOps.h"
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 namespace vorn {
 
@@ -34,21 +31,6 @@ inline uint32_t CountBits(uint64_t word) {
     word = (word & 0x3333333333333333) + (word >> 2 & 0x3333333333333333);
     word = (word + (word >> 4)) & 0x0f0f0f0f0f0f0f0f;
     return static_cast<uint32_t>(word * 0x0101010101010101 >> 56);
-}
-
-// Bit i is set if bytes[i] has bit `bit`.
-inline uint64_t BitOfEach(const uint8_t bytes[BLOCK_SAMPLES], uint32_t bit) {
-    uint64_t found = 0;
-#if defined(__SSE2__)
-    const __m128i toTop = _mm_cvtsi32_si128(static_cast<int>(7 - bit));
-    for (int i = 0; i < BLOCK_SAMPLES; i += 16) {
-        const __m128i sixteen = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + i));
-        found |= uint64_t(static_cast<uint32_t>(_mm_movemask_epi8(_mm_sll_epi16(sixteen, toTop)))) << i;
-    }
-#else
-    for (int i = 0; i < BLOCK_SAMPLES; i++) found |= uint64_t(bytes[i] >> bit & 1) << i;
-#endif
-    return found;
 }
 
 struct LadderBlock {

@@ -22,15 +22,6 @@ static inline __m256i QuantiseRow(__m256i f, const uint32_t* factors) {
     return _mm256_srai_epi32(_mm256_slli_epi32(both, 16), 16);
 }
 
-// The row pass leaves 8 fractional bits. `x` holds the block's rows; so it does afterwards.
-static inline void Forward(Eight* x) {
-    Turn(x);
-    for (int i = 0; i < 8; i++) x->v[i] = _mm256_slli_epi32(x->v[i], 8);
-    ForwardPass(x);
-    Turn(x);
-    ForwardPass(x);
-}
-
 static inline void Quantise(Eight* rows, const Eight* coefficients, const uint32_t* factors) {
     for (int i = 0; i < 8; i++) rows->v[i] = QuantiseRow(coefficients->v[i], factors + 8 * i);
 }

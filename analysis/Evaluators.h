@@ -38,7 +38,7 @@ bool FindColourPair(const uint8_t* sorted, int* low, int* high);
 bool FindColourPairPlain(const uint8_t* sorted, int* low, int* high); // its definition
 int PatternCandidates(BlockCandidate* list, const uint8_t* sorted, const uint8_t* src, uint32_t colourBits,
                       uint32_t patternBits);
-// One candidate a threshold. They have to go through PruneRuns; those of 16x16 blocks have done so.
+// One candidate a threshold, as at half scale. They have to go through PruneRuns.
 int RunCandidates(BlockCandidate* list, const uint8_t* src, uint32_t colourBits, uint32_t runBits);
 int IntraCandidates(BlockCandidate* list, const uint8_t* src, const CostModel* costModel);
 int InterCandidates(BlockCandidate* list, const uint8_t* src, const int8_t* residual, const uint8_t* moved,

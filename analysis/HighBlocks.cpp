@@ -33,10 +33,12 @@ int EvaluateHighBlock(BlockCandidate* list, const uint8_t* high, const uint8_t* 
     list[count++] = HighFillCandidate(high, costModel);
     if (list[0].error == 0) return count;
     count += HighPatternCandidates(list + count, high, half, costModel->colourBits, costModel->patternBits);
+    const int firstRun = count;
     count += HighRunCandidates(list + count, high, half, costModel->colourBits, costModel->runBits);
+    const int lastRun = count;
     count += HighIntraCandidates(list + count, high, half, costModel);
     list[count++] = {BLOCK_SAMPLES * costModel->colourBits, SadHighBlock(half, high), 0, MODE_RAW};
-    return PruneRuns(list, count);
+    return PruneRunsOverRuns(list, count, firstRun, lastRun);
 }
 
 void EvaluateHighBlocks(WorkQueue* queue) {

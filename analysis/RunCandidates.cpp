@@ -91,7 +91,7 @@ int RunCandidates(BlockCandidate* list, const uint8_t* src, uint32_t colourBits,
 
 int HighRunCandidates(BlockCandidate* list, const uint8_t* high, const uint8_t* half, uint32_t colourBits,
                       uint32_t runBits) {
-    return PruneRuns(list, Kernels().listRuns(list, half, high, colourBits, runBits));
+    return Kernels().listRuns(list, half, high, colourBits, runBits);
 }
 
 } // namespace vorn

@@ -13,6 +13,8 @@ int PruneRuns(BlockCandidate* list, int count);
 // PruneHull of a list whose entries from `first` to `last` - 1 have to go through PruneRuns before, with the
 // widest vectors that the processor has. Returns the new count.
 int PruneHullOverRuns(BlockCandidate* list, int count, int first, int last, FindHullKernel findHull);
+// PruneRuns of such a list.
+int PruneRunsOverRuns(BlockCandidate* list, int count, int first, int last);
 // The two by their plain rules, which also settle which of equal entries survives. Any bits below 2^31.
 int PruneHullPlain(BlockCandidate* list, int count);
 int PruneRunsPlain(BlockCandidate* list, int count);

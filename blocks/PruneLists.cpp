@@ -116,28 +116,23 @@ const uint64_t* SortKeys(uint64_t* keys, uint64_t* spare, const BlockCandidate* 
     return keys;
 }
 
-// The points of the staircase in `kept`. Returns how many, or -1 if the plain way has to be gone.
-int FindStairs(uint16_t* kept, const BlockCandidate* list, int count) {
+// The points of the staircase in `kept`, and whether one behind the first has twins. Returns how many, or -1 if the plain way has
+// to be gone.
+int FindStairs(uint16_t* kept, bool* twins, const BlockCandidate* list, int count) {
     uint64_t room[2][SCRATCH_CANDIDATES];
     const uint64_t* keys = SortKeys(room[0], room[1], list, count);
     if (keys == nullptr) return -1;
     int found = 0;
     uint64_t lowest = UINT64_MAX;
     uint64_t stair = UINT64_MAX; // the last point kept
-    bool twins = false;
     for (int i = 0; i < count; i++) {
         const uint64_t point = keys[i] >> INDEX_WIDTH;
-        twins |= (point == stair) & (found > 1);
+        *twins |= (point == stair) & (found > 1);
         const bool lower = (point & ERROR_MASK) < lowest;
         kept[found] = static_cast<uint16_t>(keys[i] & INDEX_MASK);
         found += lower;
         lowest = lower ? point & ERROR_MASK : lowest;
         stair = lower ? point : stair;
-    }
-    if (twins) {
-        ChooseTwins(kept, found, list, count, [](const BlockCandidate& entry, const BlockCandidate& point) {
-            return entry.bits < point.bits || entry.error > point.error;
-        });
     }
     return found;
 }
@@ -186,6 +181,26 @@ struct FourLanes {
 
 #endif
 
+// What PruneRuns takes out of a part of a list is on no hull and no staircase, or else the twin of an entry that stays. So it
+// needn't be taken out, unless a point of the result has twins: then this returns false and leaves the list alone.
+bool PruneUnlessTwins(BlockCandidate* list, int* count, FindHullKernel findPoints) {
+    if (*count < 1 || *count > SCRATCH_CANDIDATES) return false;
+    uint16_t kept[SCRATCH_CANDIDATES];
+    bool twins = false;
+    const int found = findPoints(kept, &twins, list, *count);
+    if (found < 0 || twins) return false;
+    Gather(list, kept, found);
+    *count = found;
+    return true;
+}
+
+// Takes them out. Returns the new count.
+int PruneRunsWithin(BlockCandidate* list, int count, int first, int last) {
+    const int runs = PruneRuns(list + first, last - first);
+    std::copy(list + last, list + count, list + first + runs);
+    return count - (last - first) + runs;
+}
+
 } // namespace
 
 int FindHull(uint16_t* kept, bool* twins, const BlockCandidate* list, int count) {
@@ -212,28 +227,29 @@ int PruneHull(BlockCandidate* list, int count) {
     return found;
 }
 
-// What PruneRuns takes out of a part of the list is on no hull, or else the twin of an entry that stays. So it needn't be
-// taken out, unless a point of the hull has twins.
-int PruneHullOverRuns(BlockCandidate* list, int count, int first, int last, FindHullKernel findHull) {
-    uint16_t kept[SCRATCH_CANDIDATES];
-    bool twins = false;
-    const int found = count >= 1 && count <= SCRATCH_CANDIDATES ? findHull(kept, &twins, list, count) : -1;
-    if (found >= 0 && !twins) {
-        Gather(list, kept, found);
-        return found;
-    }
-    const int runs = PruneRuns(list + first, last - first);
-    std::copy(list + last, list + count, list + first + runs);
-    return PruneHull(list, count - (last - first) + runs);
-}
-
 int PruneRuns(BlockCandidate* list, int count) {
     if (count < 1) return 0;
     uint16_t kept[SCRATCH_CANDIDATES];
-    const int found = count <= SCRATCH_CANDIDATES ? FindStairs(kept, list, count) : -1;
+    bool twins = false;
+    const int found = count <= SCRATCH_CANDIDATES ? FindStairs(kept, &twins, list, count) : -1;
     if (found < 0) return PruneRunsPlain(list, count);
+    if (twins) {
+        ChooseTwins(kept, found, list, count, [](const BlockCandidate& entry, const BlockCandidate& point) {
+            return entry.bits < point.bits || entry.error > point.error;
+        });
+    }
     Gather(list, kept, found);
     return found;
+}
+
+int PruneHullOverRuns(BlockCandidate* list, int count, int first, int last, FindHullKernel findHull) {
+    if (PruneUnlessTwins(list, &count, findHull)) return count;
+    return PruneHull(list, PruneRunsWithin(list, count, first, last));
+}
+
+int PruneRunsOverRuns(BlockCandidate* list, int count, int first, int last) {
+    if (PruneUnlessTwins(list, &count, FindStairs)) return count;
+    return PruneRuns(list, PruneRunsWithin(list, count, first, last));
 }
 
 } // namespace vorn

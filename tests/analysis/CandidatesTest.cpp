@@ -190,8 +190,9 @@ void CheckAllThresholds(const uint8_t* src, const uint8_t* high) {
         found->second = std::min(found->second, errorAt[threshold]);
     }
     BlockCandidate list[SCRATCH_CANDIDATES];
-    const int count = high == nullptr ? PruneRuns(list, RunCandidates(list, src, COSTS.colourBits, COSTS.runBits))
-                                      : HighRunCandidates(list, high, src, COSTS.colourBits, COSTS.runBits);
+    const int all = high == nullptr ? RunCandidates(list, src, COSTS.colourBits, COSTS.runBits)
+                                    : HighRunCandidates(list, high, src, COSTS.colourBits, COSTS.runBits);
+    const int count = PruneRuns(list, all);
     int expected = 0;
     uint32_t lowest = UINT32_MAX;
     for (const auto& [bits, error] : leastError) {

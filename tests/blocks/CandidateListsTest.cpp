@@ -104,13 +104,18 @@ TEST(CandidateLists, ChainsEqualSlowSearchInBothWays) {
         EXPECT_EQ(PointsOf(plain.data(), plainCount), SlowChain(points, NearerStep));
         ExpectSame(quick, PruneRuns(quick.data(), count), plain, plainCount);
 
-        quick = plain = list;
         const int from = static_cast<int>(Draw(&random, static_cast<uint32_t>(count) + 1));
         const int to = from + static_cast<int>(Draw(&random, static_cast<uint32_t>(count - from) + 1));
-        const int runs = PruneRunsPlain(plain.data() + from, to - from);
-        std::copy(plain.begin() + to, plain.end(), plain.begin() + from + runs);
-        plainCount = PruneHullPlain(plain.data(), count - (to - from) + runs);
+        std::vector<BlockCandidate> thinned = list;
+        const int runs = PruneRunsPlain(thinned.data() + from, to - from);
+        std::copy(list.begin() + to, list.end(), thinned.begin() + from + runs);
+        const int left = count - (to - from) + runs;
+        quick = list, plain = thinned;
+        plainCount = PruneHullPlain(plain.data(), left);
         ExpectSame(quick, PruneHullOverRuns(quick.data(), count, from, to, FindHull), plain, plainCount);
+        quick = list, plain = thinned;
+        plainCount = PruneRunsPlain(plain.data(), left);
+        ExpectSame(quick, PruneRunsOverRuns(quick.data(), count, from, to), plain, plainCount);
     }
 }
 

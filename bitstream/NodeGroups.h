@@ -45,6 +45,22 @@ constexpr std::array<GroupOrder, GROUP_CASES> MakeGroupOrders() {
 }
 inline constexpr std::array<GroupOrder, GROUP_CASES> GROUP_ORDERS = MakeGroupOrders();
 
+// In a residue string a group that opens has a flag for each of its four, and a sign behind that of one that shows. By those that
+// show: for each of them the bits of the group up to the end of its sign.
+constexpr std::array<std::array<uint16_t, GROUP_SIZE>, GROUP_CASES> MakeGroupEnds() {
+    std::array<std::array<uint16_t, GROUP_SIZE>, GROUP_CASES> ends = {};
+    for (uint32_t shows = 0; shows < GROUP_CASES; shows++) {
+        uint32_t bits = 0, showCount = 0;
+        for (uint32_t i = 0; i < GROUP_SIZE; i++) {
+            const bool one = (shows >> i & 1) != 0;
+            bits += one ? 2 : 1;
+            if (one) ends[shows][showCount++] = static_cast<uint16_t>(bits);
+        }
+    }
+    return ends;
+}
+inline constexpr std::array<std::array<uint16_t, GROUP_SIZE>, GROUP_CASES> GROUP_ENDS = MakeGroupEnds();
+
 // Bit i is set if byte i of 64 has bit number `bit`.
 inline uint64_t BitOfEach(const uint8_t bytes[BLOCK_SAMPLES], uint32_t bit) {
     uint64_t found = 0;

@@ -16,31 +16,24 @@ namespace {
 constexpr uint32_t RESIDUE_PLANES_BITS = 3;
 constexpr uint32_t EIGHT_PLANES = 8;
 
-// What is sent for a group that opens, by those of the four that show.
-struct GroupCode {
-    uint16_t ends[GROUP_SIZE];  // of those that show: bits of the group up to the end of their sign
-    uint8_t flags[GROUP_CASES]; // what is sent, by the signs of the four; a bit for each and one for each sign
-};
-
-constexpr std::array<GroupCode, GROUP_CASES> MakeGroupCodes() {
-    std::array<GroupCode, GROUP_CASES> codes = {};
-    for (uint32_t both = 0; both < GROUP_CASES * GROUP_CASES; both++) {
-        const uint32_t shows = both / GROUP_CASES, signs = both % GROUP_CASES;
-        uint32_t flags = 0, bits = 0, showCount = 0;
-        for (uint32_t i = 0; i < GROUP_SIZE; i++) {
-            if ((shows >> i & 1) == 0) {
-                flags |= 1u << bits++;
-            } else {
-                flags |= (signs >> i & 1) << (bits + 1);
-                bits += 2;
-                codes[shows].ends[showCount++] = static_cast<uint16_t>(bits);
+// What is sent for a group that opens, by those of the four that show and by the signs of the four: a bit for each, and one for
+// each sign.
+constexpr std::array<std::array<uint8_t, GROUP_CASES>, GROUP_CASES> MakeGroupFlags() {
+    std::array<std::array<uint8_t, GROUP_CASES>, GROUP_CASES> flags = {};
+    for (uint32_t shows = 0; shows < GROUP_CASES; shows++) {
+        for (uint32_t signs = 0; signs < GROUP_CASES; signs++) {
+            uint32_t sent = 0, bits = 0;
+            for (uint32_t i = 0; i < GROUP_SIZE; i++) {
+                const bool one = (shows >> i & 1) != 0;
+                sent |= (one ? (signs >> i & 1) << 1 : 1) << bits;
+                bits += one ? 2 : 1;
             }
+            flags[shows][signs] = static_cast<uint8_t>(sent);
         }
-        codes[shows].flags[signs] = static_cast<uint8_t>(flags);
     }
-    return codes;
+    return flags;
 }
-constexpr std::array<GroupCode, GROUP_CASES> GROUP_CODES = MakeGroupCodes();
+constexpr std::array<std::array<uint8_t, GROUP_CASES>, GROUP_CASES> GROUP_FLAGS = MakeGroupFlags();
 
 // A residual in walk order.
 struct WalkedResidual {
@@ -112,16 +105,15 @@ void StartWalk(ResidueWalk* walk) {
 inline void WriteGroup(BitWriter* writer, ResidueWalk* walk, uint64_t negative, int n, uint32_t opens) {
     const uint32_t shows = walk->shows >> n & (GROUP_CASES - 1);
     const GroupOrder& order = GROUP_ORDERS[shows];
-    const GroupCode& code = GROUP_CODES[shows];
     uint64_t ends; // four numbers of 16 bits
-    std::memcpy(&ends, code.ends, sizeof ends);
+    std::memcpy(&ends, GROUP_ENDS[shows].data(), sizeof ends);
     ends += (BitsWritten(writer) + 1) * uint64_t{0x0001000100010001};
     std::memcpy(walk->ends + walk->shown, &ends, sizeof ends);
     StoreWord(walk->numbers + walk->shown, static_cast<uint32_t>(n) * EACH_PLACE + order.showing);
     StoreWord(walk->waiting + walk->waitingFront - GROUP_SIZE, static_cast<uint32_t>(n) * EACH_PLACE + order.waiting);
     walk->shown += order.showCount;
     walk->waitingFront -= static_cast<int>((GROUP_SIZE - order.showCount) & opens);
-    WriteClean(writer, (uint32_t{code.flags[negative >> n & (GROUP_CASES - 1)]} << 1 | 1) & opens,
+    WriteClean(writer, (uint32_t{GROUP_FLAGS[shows][negative >> n & (GROUP_CASES - 1)]} << 1 | 1) & opens,
                1 + ((GROUP_SIZE + order.showCount) & opens));
 }
 

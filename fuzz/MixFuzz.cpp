@@ -60,12 +60,11 @@ Request TakeRequest(Choices* choices, const Bytes& movie) {
     if (request.shift == INT8_MAX) request.shift = INT32_MAX;
     cancelAt = choices->Byte();
     disk->failingOperation = choices->Byte();
-    const uint64_t numerator =
-        request.numerator != 0 && request.denominator != 0 ? request.numerator : WordAt(movie, request.offset + 28);
-    const uint64_t denominator =
-        numerator == request.numerator ? request.denominator : WordAt(movie, request.offset + 32);
+    const bool newRate = request.numerator != 0 && request.denominator != 0;
+    const uint32_t numerator = newRate ? request.numerator : WordAt(movie, request.offset + 28);
+    const uint32_t denominator = newRate ? request.denominator : WordAt(movie, request.offset + 32);
     const double seconds =
-        double(WordAt(movie, request.offset + 8)) * double(denominator) / double(std::max<uint64_t>(numerator, 1));
+        double(WordAt(movie, request.offset + 8)) * double(denominator) / double(std::max(numerator, 1u));
     for (uint32_t left = choices->Byte() % 4; left > 0; left--) {
         const uint32_t idByte = choices->Byte();
         const uint32_t id = idByte % 8 == 7 ? WordAt(movie, request.offset + 44 + 4 * (idByte / 8)) : idByte % 8;

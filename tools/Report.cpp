@@ -189,7 +189,7 @@ void Gather(const ReportOptions& options, const reader::Movie& movie, Report* re
 } // namespace
 
 int RunReport(const ReportOptions& options) {
-    std::vector<std::string> inputs = options.source.names;
+    std::vector<std::string> inputs = InputFiles(options.source);
     inputs.push_back(options.movie);
     const std::string target = options.output == "-" ? "-" : CheckOutput(options.output, inputs, options.force, false);
     if (options.source.names.empty() && (!options.shown.empty() || !options.source.raw.empty()))

@@ -6,7 +6,6 @@
 #include "allocation/Allocation.h"
 #include "allocation/CostModels.h"
 #include "analysis/Analysis.h"
-#include "analysis/Kernels.h"
 #include "bitstream/PlaneEncoder.h"
 #include "blocks/PixelOps.h"
 #include "files/Memory.h"
@@ -182,7 +181,6 @@ bool EncodePlanes(FrameWork* work, FrameResult* result) {
         job.width = plane.width;
         job.height = plane.height;
         job.costModel = plane.model;
-        job.transforms = &TransformKernelsOf(KernelLevel());
         result->sizes[i] = EncodePlane(job);
         if (result->sizes[i] == 0) return false;
     }

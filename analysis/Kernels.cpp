@@ -1,7 +1,5 @@
-// Kernels.cpp - which twins belong to which level of the processor, and the table in force.
+// Kernels.cpp - which twins belong to which level of the processor.
 #include "analysis/Kernels.h"
-
-#include <atomic>
 
 namespace vorn {
 
@@ -38,8 +36,6 @@ constexpr AnalysisKernels TABLES[CPU_LEVELS] = {PLAIN, WithSse2(PLAIN), WithAvx2
 constexpr AnalysisKernels TABLES[CPU_LEVELS] = {PLAIN, PLAIN, PLAIN, PLAIN};
 #endif
 
-std::atomic<const AnalysisKernels*> chosen = nullptr; // null: nobody has asked yet
-
 } // namespace
 
 const AnalysisKernels& AnalysisKernelsOf(CpuLevel level) {
@@ -47,20 +43,7 @@ const AnalysisKernels& AnalysisKernelsOf(CpuLevel level) {
 }
 
 const AnalysisKernels& Kernels() {
-    const AnalysisKernels* table = chosen.load(std::memory_order_relaxed);
-    if (table == nullptr) {
-        table = &AnalysisKernelsOf(BestCpuLevel());
-        chosen.store(table, std::memory_order_relaxed);
-    }
-    return *table;
-}
-
-CpuLevel KernelLevel() {
-    return static_cast<CpuLevel>(&Kernels() - TABLES);
-}
-
-void UseKernelsOf(CpuLevel level) {
-    chosen.store(&AnalysisKernelsOf(level), std::memory_order_relaxed);
+    return AnalysisKernelsOf(LevelInForce());
 }
 
 } // namespace vorn

@@ -1,5 +1,5 @@
 // Kernels.h - the hot operations of analysis as one table of function pointers, one table a level of the processor.
-// The plain form of each is its definition; the twins give the same results, bit for bit.
+// The plain form of each is its definition (of findHull it is PruneHullPlain); the twins give the same results, bit for bit.
 #pragma once
 
 #include "analysis/DctKernels.h"
@@ -22,10 +22,7 @@ struct AnalysisKernels {
 // The table of a level; the machine must be able to run it.
 const AnalysisKernels& AnalysisKernelsOf(CpuLevel level);
 
-// The table in force: that of the best level, unless a test or a benchmark chose another while nothing else ran.
+// That of the level in force.
 const AnalysisKernels& Kernels();
-void UseKernelsOf(CpuLevel level);
-// The level that it belongs to.
-CpuLevel KernelLevel();
 
 } // namespace vorn

@@ -105,11 +105,11 @@ template <class Evaluate> void Evaluator(benchmark::State& state, CpuLevel level
     const std::vector<BlockSamples> blocks = AllBlocks();
     const Bench bench;
     BlockCandidate list[SCRATCH_CANDIDATES];
-    UseKernelsOf(level);
+    UseLevel(level);
     for (auto _ : state) {
         for (const BlockSamples& block : blocks) benchmark::DoNotOptimize(evaluate(list, block, bench.costs));
     }
-    UseKernelsOf(BestCpuLevel());
+    UseLevel(BestCpuLevel());
     TellPerBlock(state, static_cast<uint32_t>(blocks.size()));
 }
 
@@ -117,7 +117,7 @@ void Pass(benchmark::State& state, CpuLevel level, bool high) {
     Bench bench;
     const PlanePair& planes = ThePlanes();
     ExchangeWorkerCount(1);
-    UseKernelsOf(level);
+    UseLevel(level);
     for (auto _ : state) {
         if (high) {
             AnalyseHighPlane(bench.records.data(), planes.source.data(), planes.reference.data(), planes.width,
@@ -127,7 +127,7 @@ void Pass(benchmark::State& state, CpuLevel level, bool high) {
                          planes.height, false, &bench.costs, bench.scratch.data());
         }
     }
-    UseKernelsOf(BestCpuLevel());
+    UseLevel(BestCpuLevel());
     TellPerBlock(state, bench.queue.blockCount);
 }
 

@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <string>
 
-#include "analysis/Kernels.h"
 #include "bench/Benches.h"
 #include "bench/Clip.h"
 #include "movie/Movie.h"
@@ -33,9 +32,9 @@ void Movie(benchmark::State& state, CpuLevel level, uint32_t workers, int32_t lo
     const Clip& clip = TheClip();
     const std::string name = MovieName();
     const uint32_t before = ExchangeWorkerCount(workers);
-    UseKernelsOf(level);
+    UseLevel(level);
     for (auto _ : state) MakeMovie(clip, name, lookAhead);
-    UseKernelsOf(BestCpuLevel());
+    UseLevel(BestCpuLevel());
     ExchangeWorkerCount(before);
     std::remove(name.c_str());
     state.counters["frames_s"] = benchmark::Counter(clip.frames, benchmark::Counter::kIsIterationInvariantRate);

@@ -7,7 +7,6 @@
 #include "allocation/Allocation.h"
 #include "allocation/CostModels.h"
 #include "analysis/Analysis.h"
-#include "analysis/Kernels.h"
 #include "bench/Benches.h"
 #include "bench/Clip.h"
 #include "bitstream/PlaneEncoder.h"
@@ -76,9 +75,10 @@ void Encoding(benchmark::State& state, CpuLevel level) {
                           plane.planes.reference.data(),
                           width,
                           height,
-                          &plane.costs,
-                          &TransformKernelsOf(level)};
+                          &plane.costs};
+    UseLevel(level);
     for (auto _ : state) benchmark::DoNotOptimize(EncodePlane(job));
+    UseLevel(BestCpuLevel());
     TellPerBlock(state, plane.records.size());
 }
 
@@ -87,14 +87,14 @@ void Conversion(benchmark::State& state, CpuLevel level) {
     const size_t samples = size_t(clip.width + 8) * (clip.height + 8);
     std::vector<uint8_t> y(samples), cr(samples), cb(samples), alpha(samples);
     uint32_t frame = 0;
-    UseKernelsOf(level);
+    UseLevel(level);
     for (auto _ : state) {
         ConvertFrame(y.data(), cr.data(), cb.data(), alpha.data(), clip.Frame(frame), clip.width * 4, clip.width,
                      clip.height);
         benchmark::DoNotOptimize(y.data());
         frame = (frame + 1) % clip.frames;
     }
-    UseKernelsOf(BestCpuLevel());
+    UseLevel(BestCpuLevel());
 }
 
 // All bytes of a frame, eight at a time.

@@ -6,6 +6,7 @@
 
 #include "bitstream/CoefficientCoder.h"
 #include "bitstream/RunPatternBlocks.h"
+#include "bitstream/TransformKernels.h"
 #include "blocks/PixelOps.h"
 
 namespace vorn {
@@ -56,7 +57,7 @@ void CollectFill(PlaneCoder* coder, const BlockPlace& place, int side) {
 
 void CollectIntra(PlaneCoder* coder, int q, const uint8_t* block, uint8_t* shown) {
     int16_t quantised[BLOCK_SAMPLES];
-    coder->job->transforms->codeIntra(quantised, shown, block, q);
+    Transforms().codeIntra(quantised, shown, block, q);
     AppendElement(&coder->intraDc, quantised[0]);
     WriteDctPayload(&coder->intraData, q, quantised);
 }
@@ -115,7 +116,7 @@ void CollectInter(PlaneCoder* coder, const BlockPlace& place) {
     FetchMoved(coder, place, &block);
     int16_t quantised[BLOCK_SAMPLES];
     uint8_t change[BLOCK_SAMPLES];
-    coder->job->transforms->codeInter(quantised, change, block.residual, q);
+    Transforms().codeInter(quantised, change, block.residual, q);
     AppendElement(&coder->interDc, quantised[0]);
     WriteDctPayload(&coder->interData, q, quantised);
     ShowMoved(coder, place, block, change);

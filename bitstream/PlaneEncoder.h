@@ -6,7 +6,6 @@
 #include <cstdint>
 
 #include "bitstream/Arena.h"
-#include "bitstream/TransformKernels.h"
 #include "blocks/BlockRecord.h"
 #include "public/vornmake.h"
 
@@ -27,7 +26,6 @@ struct PlaneJob {
     uint32_t width;               // samples, multiples of 8
     uint32_t height;
     CostModel* costModel;         // receives what the bundles took
-    const TransformKernels* transforms;
 };
 
 // Bytes of the stream, a multiple of 4; 0 if the output or the arena was too small (a stream is never empty).

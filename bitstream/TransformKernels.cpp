@@ -35,4 +35,8 @@ const TransformKernels& TransformKernelsOf(CpuLevel level) {
     return level >= CpuLevel::AVX2 ? FAST : PLAIN;
 }
 
+const TransformKernels& Transforms() {
+    return TransformKernelsOf(LevelInForce());
+}
+
 } // namespace vorn

@@ -24,5 +24,7 @@ struct TransformKernels {
 };
 // Those of a level of the processor; the machine must be able to run it.
 const TransformKernels& TransformKernelsOf(CpuLevel level);
+// Those of the level in force.
+const TransformKernels& Transforms();
 
 } // namespace vorn

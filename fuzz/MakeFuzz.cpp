@@ -3,8 +3,8 @@
 // that isn't finished never takes the place of another.
 #include <algorithm>
 
-#include "analysis/Kernels.h"
 #include "fuzz/Fuzz.h"
+#include "platform/CpuLevel.h"
 #include "tests/files/MemoryDisk.h"
 #include "tests/movie/MovieMaking.h"
 
@@ -245,9 +245,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::vector<uint8_t> movie = MakeMovie({data, size});
     const int level = size > 0 ? data[size - 1] % 6 : 0;
     if (level < static_cast<int>(BestCpuLevel())) {
-        UseKernelsOf(static_cast<CpuLevel>(level));
+        UseLevel(static_cast<CpuLevel>(level));
         const std::vector<uint8_t> other = MakeMovie({data, size});
-        UseKernelsOf(BestCpuLevel());
+        UseLevel(BestCpuLevel());
         Require(movie == other, "all kernels make the same movie");
     }
     return 0;

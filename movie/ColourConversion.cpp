@@ -3,8 +3,8 @@
 // pixels, out of 4096 for chroma; luma comes out at 16..234, chroma at 16..240, so nothing is clamped.
 #include <cstring>
 
-#include "analysis/Kernels.h"
 #include "movie/ColourKernels.h"
+#include "platform/CpuLevel.h"
 #include "movie/Movie.h"
 
 namespace vorn {
@@ -87,7 +87,7 @@ void ConvertFrame(uint8_t* yPlane, uint8_t* crPlane, uint8_t* cbPlane, uint8_t* 
                   uint32_t sourcePitch, uint32_t width, uint32_t height) {
     const uint32_t chromaWidth = (width + 1) / 2, chromaHeight = (height + 1) / 2;
     const uint32_t lumaPitch = RoundToBlocks(width), chromaPitch = RoundToBlocks(chromaWidth);
-    const CpuLevel level = KernelLevel();
+    const CpuLevel level = LevelInForce();
     for (uint32_t y = 0; y < height; y += 2) {
         const size_t second = y + 1 < height ? y + 1 : y;
         RowPair rows;

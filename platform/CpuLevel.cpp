@@ -1,5 +1,7 @@
-// CpuLevel.cpp - the one look at the processor.
+// CpuLevel.cpp - the one look at the processor, and the level in force.
 #include "platform/CpuLevel.h"
+
+#include <atomic>
 
 namespace vorn {
 
@@ -21,11 +23,23 @@ CpuLevel LookAtProcessor() {
 #endif
 }
 
+constexpr int NONE = -1;
+constinit std::atomic<int> chosen = NONE; // a CpuLevel, once one was chosen
+
 } // namespace
 
 CpuLevel BestCpuLevel() {
     static const CpuLevel best = LookAtProcessor();
     return best;
+}
+
+CpuLevel LevelInForce() {
+    const int level = chosen.load(std::memory_order_relaxed);
+    return level == NONE ? BestCpuLevel() : static_cast<CpuLevel>(level);
+}
+
+void UseLevel(CpuLevel level) {
+    chosen.store(static_cast<int>(level), std::memory_order_relaxed);
 }
 
 const char* NameOfCpuLevel(CpuLevel level) {

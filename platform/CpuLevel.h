@@ -14,6 +14,9 @@ constexpr int CPU_LEVELS = 4;
 
 // The highest level that this machine can run; it is asked once.
 CpuLevel BestCpuLevel();
+// The level whose twins are used: the best, unless a test or a benchmark chose another while nothing else ran.
+CpuLevel LevelInForce();
+void UseLevel(CpuLevel level);              // the machine must be able to run it
 const char* NameOfCpuLevel(CpuLevel level); // "plain", "sse2", "avx2", "avx512"
 
 } // namespace vorn

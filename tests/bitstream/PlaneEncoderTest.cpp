@@ -25,8 +25,7 @@ struct Plane {
 
     uint32_t Encode(uint32_t outputBytes, uint64_t arenaBytes) {
         return EncodePlane({shown.data(), stream.room.data(), outputBytes, reinterpret_cast<uint8_t*>(arena.data()),
-                            arenaBytes, records.data(), source.data(), reference.data(), width, height, &model,
-                            &TransformKernelsOf(CpuLevel::PLAIN)});
+                            arenaBytes, records.data(), source.data(), reference.data(), width, height, &model});
     }
     uint32_t Encode() { return Encode(static_cast<uint32_t>(stream.room.size()), PlaneArenaBound(width, height)); }
     BlockRecord& At(uint32_t row, uint32_t column) { return records[row * columns + column]; }

@@ -5,8 +5,8 @@
 #include <random>
 #include <vector>
 
-#include "analysis/Kernels.h"
 #include "movie/Movie.h"
+#include "platform/CpuLevel.h"
 
 using namespace vorn;
 
@@ -103,10 +103,10 @@ TEST(ColourConversion, EqualsSlowFormula) {
             }
             const Planes slow = SlowConvert(picture);
             for (int level = 0; level <= static_cast<int>(BestCpuLevel()); level++) {
-                UseKernelsOf(static_cast<CpuLevel>(level));
+                UseLevel(static_cast<CpuLevel>(level));
                 EXPECT_TRUE(Convert(picture) == slow) << width << "x" << height << " level " << level;
             }
         }
     }
-    UseKernelsOf(BestCpuLevel());
+    UseLevel(BestCpuLevel());
 }

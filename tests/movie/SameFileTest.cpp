@@ -4,7 +4,7 @@
 #include <chrono>
 #include <thread>
 
-#include "analysis/Kernels.h"
+#include "platform/CpuLevel.h"
 #include "tests/movie/Faults.h"
 
 using namespace vorn;
@@ -15,7 +15,7 @@ class SameFile : public testing::Test {
 protected:
     TestFolder folder;
     Workers workers{1};
-    ~SameFile() override { UseKernelsOf(BestCpuLevel()); }
+    ~SameFile() override { UseLevel(BestCpuLevel()); }
     std::string Make(MoviePlan plan) { return MakeMovie(&plan, folder / "movie"); }
 };
 
@@ -200,7 +200,7 @@ TEST(ClockDeathTest, LeavesTheMovieAlone) {
 TEST_F(SameFile, EverywhereAndForEver) {
     uint32_t made = 0, same = 0;
     for (int level = 0; level <= static_cast<int>(BestCpuLevel()); level++) {
-        UseKernelsOf(static_cast<CpuLevel>(level));
+        UseLevel(static_cast<CpuLevel>(level));
         for (const uint32_t workers : {1u, level == 0 ? 32u : 2u + static_cast<uint32_t>(level)}) {
             VornMakeSetMaxCPUs(workers);
             ASSERT_EQ(VornMakeSetMaxCPUs(0), workers);

@@ -223,7 +223,7 @@ void CheckFrame(CoinPlane* plane, Coin* coin) {
         EncodePlane({plane->shown.data(), plane->stream.data(), static_cast<uint32_t>(plane->stream.size()),
                      reinterpret_cast<uint8_t*>(plane->arena.data()), PlaneArenaBound(plane->width, plane->height),
                      plane->records.data(), plane->source.data(), plane->reference.data(), plane->width, plane->height,
-                     &plane->model, &TransformKernelsOf(BestCpuLevel())});
+                     &plane->model});
     ASSERT_NE(bytes, 0u);
     ApplyColourFeedback(&plane->model);
 

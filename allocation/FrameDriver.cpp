@@ -14,7 +14,6 @@ namespace vorn {
 
 namespace {
 
-constexpr int PLANES = 4; // Y, Cr, Cb, alpha
 constexpr uint64_t SMALLEST_ARENA = 131072;
 constexpr uint64_t MOST_BYTES = 0xffffffff;
 constexpr uint64_t SLOT_SLACK = 31 + 992; // of one planned buffer: rounding and pad at most
@@ -36,8 +35,7 @@ struct PlaneWork {
     uint8_t* packet;
     CostModel* model;
     uint32_t width, height; // samples
-    BlockRecord* blockRecords;
-    BlockRecord* highRecords;
+    PlaneRecords records;
 };
 
 // Bytes of the buffers that live for one frame.
@@ -59,7 +57,7 @@ struct FrameWork {
 };
 
 // The 16x16 records' memory serves the motion search before there are any, and as the arena once merging is done.
-// PlaneArenaBound suffices for any plane, so it needn't grow with the budget.
+// PlaneArenaBound suffices for any plane, so it needn't grow with the budget; chroma planes are never the larger ones.
 ScratchSizes CountScratch(uint32_t lumaWidth, uint32_t lumaHeight, uint32_t chromaWidth, uint32_t chromaHeight) {
     const uint64_t lumaSamples = static_cast<uint64_t>(lumaWidth) * lumaHeight;
     const uint64_t chromaSamples = static_cast<uint64_t>(chromaWidth) * chromaHeight;
@@ -69,9 +67,8 @@ ScratchSizes CountScratch(uint32_t lumaWidth, uint32_t lumaHeight, uint32_t chro
     ScratchSizes sizes;
     sizes.blockRecords = blocks * sizeof(BlockRecord);
     sizes.highRecords =
-        std::max({2 * (luma16 + chroma16) * sizeof(BlockRecord), lumaSamples * 2, SMALLEST_ARENA,
-                  MotionScratchWords(lumaWidth, lumaHeight) * 2, MotionScratchWords(chromaWidth, chromaHeight) * 2,
-                  PlaneArenaBound(lumaWidth, lumaHeight), PlaneArenaBound(chromaWidth, chromaHeight)});
+        std::max({2 * (luma16 + chroma16) * sizeof(BlockRecord), SMALLEST_ARENA,
+                  MotionScratchWords(lumaWidth, lumaHeight) * 2, PlaneArenaBound(lumaWidth, lumaHeight)});
     sizes.queue = blocks * sizeof(QueuedUpgrade);
     return sizes;
 }
@@ -80,42 +77,29 @@ ScratchSizes CountScratch(uint32_t lumaWidth, uint32_t lumaHeight, uint32_t chro
 void* TakeScratch(FrameWork* work) {
     const VornMakeState* state = work->state;
     work->sizes = CountScratch(state->lumaWidth, state->lumaHeight, state->chromaWidth, state->chromaHeight);
-    if (std::max({work->sizes.blockRecords, work->sizes.highRecords, work->sizes.queue}) > MOST_BYTES) return nullptr;
-    PlanBuffer(&work->blockRecords, static_cast<uint32_t>(work->sizes.blockRecords));
-    PlanBuffer(&work->highRecords, static_cast<uint32_t>(work->sizes.highRecords));
-    PlanBuffer(&work->queue, static_cast<uint32_t>(work->sizes.queue));
+    PlanBuffer(&work->blockRecords, work->sizes.blockRecords);
+    PlanBuffer(&work->highRecords, work->sizes.highRecords);
+    PlanBuffer(&work->queue, work->sizes.queue);
     return AllocatePlan(0);
 }
 
 // Lists the four planes and gives each that is present its part of the records.
 void ListPlanes(FrameWork* work, uint32_t slot) {
     VornMakeState* state = work->state;
-    const FrameBlocks blocks = CountBlocks(state);
     const uint32_t shown = state->referenceSelect;
-    const uint32_t spare = 1 - shown;
-    const uint32_t lumaWidth = state->lumaWidth, lumaHeight = state->lumaHeight;
-    const uint32_t chromaWidth = state->chromaWidth, chromaHeight = state->chromaHeight;
-    // clang-format off
-    work->planes[0] = {true, state->queueY[slot], state->referenceY[shown], state->referenceY[spare], state->packetY,
-                       &state->costY, lumaWidth, lumaHeight, nullptr, nullptr};
-    work->planes[1] = {blocks.hasChroma, state->queueCr[slot], state->referenceCr[shown], state->referenceCr[spare],
-                       state->packetCr, &state->costCr, chromaWidth, chromaHeight, nullptr, nullptr};
-    work->planes[2] = {blocks.hasChroma, state->queueCb[slot], state->referenceCb[shown], state->referenceCb[spare],
-                       state->packetCb, &state->costCb, chromaWidth, chromaHeight, nullptr, nullptr};
-    work->planes[3] = {blocks.hasAlpha, state->queueAlpha[slot], state->referenceAlpha[shown],
-                       state->referenceAlpha[spare], state->packetAlpha, &state->costAlpha, lumaWidth, lumaHeight,
-                       nullptr, nullptr};
-    // clang-format on
-    uint32_t low = 0;
-    uint32_t high = 0;
-    for (PlaneWork& plane : work->planes) {
-        if (!plane.present) continue;
-        plane.blockRecords = work->blockRecords + low;
-        plane.highRecords = work->highRecords + high;
-        low += (plane.width >> 3) * (plane.height >> 3);
-        high += (plane.width >> 4) * (plane.height >> 4);
-    }
-    work->blockCount = low;
+    PlaneRecords records[PLANES];
+    ListRecords(state, work->blockRecords, work->highRecords, records);
+    const auto list = [&](int i, const uint8_t* source, uint8_t* const references[2], uint8_t* packet,
+                          CostModel* model) {
+        const uint32_t width = records[i].columns * BLOCK_SIDE, height = records[i].rows * BLOCK_SIDE;
+        work->planes[i] = {width != 0, source, references[shown], references[1 - shown], packet, model,
+                           width,      height, records[i]};
+        work->blockCount += CountLow(records[i]);
+    };
+    list(0, state->queueY[slot], state->referenceY, state->packetY, &state->costY);
+    list(1, state->queueCr[slot], state->referenceCr, state->packetCr, &state->costCr);
+    list(2, state->queueCb[slot], state->referenceCb, state->packetCb, &state->costCb);
+    list(3, state->queueAlpha[slot], state->referenceAlpha, state->packetAlpha, &state->costAlpha);
 }
 
 // Tells the caller which stage begins; without a text it is only asked whether to go on. False: give up the frame.
@@ -141,14 +125,14 @@ bool AnalysePlanes(FrameWork* work) {
         if (!plane.present) continue;
         if (!ReportStage(work->state, ANALYSIS_STAGES[i])) return false;
         // The 16x16 records' memory is still free.
-        AnalysePlane(plane.blockRecords, plane.source, plane.reference, plane.width, plane.height, work->keyFrame,
+        AnalysePlane(plane.records.low, plane.source, plane.reference, plane.width, plane.height, work->keyFrame,
                      plane.model, reinterpret_cast<uint16_t*>(work->highRecords));
     }
     for (int i = 0; i < PLANES; i++) {
         const PlaneWork& plane = work->planes[i];
         if (!plane.present) continue;
         if (!ReportStage(work->state, HIGH_STAGES[i])) return false;
-        AnalyseHighPlane(plane.highRecords, plane.source, plane.reference, plane.width, plane.height, work->keyFrame,
+        AnalyseHighPlane(plane.records.high, plane.source, plane.reference, plane.width, plane.height, work->keyFrame,
                          plane.model);
     }
     return true;
@@ -175,7 +159,7 @@ bool EncodePlanes(FrameWork* work, FrameResult* result) {
         job.outputBytes = static_cast<uint32_t>(std::min(PacketBytes(plane.width, plane.height), MOST_BYTES));
         job.arenaRoom = reinterpret_cast<uint8_t*>(work->highRecords);
         job.arenaBytes = work->sizes.highRecords;
-        job.records = plane.blockRecords;
+        job.records = plane.records.low;
         job.sourcePlane = plane.source;
         job.referencePlane = plane.reference;
         job.width = plane.width;

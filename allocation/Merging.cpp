@@ -8,30 +8,7 @@ namespace vorn {
 
 namespace {
 
-// One plane's records. 16x16 block (c, r) lies over the 8x8 blocks at columns 2c, 2c + 1 and rows 2r, 2r + 1.
-struct PlaneRecords {
-    BlockRecord* low;  // 8x8, raster order
-    BlockRecord* high; // 16x16, raster order
-    uint32_t columns;  // of 8x8 blocks
-    uint32_t rows;
-};
-
-// The planes that the movie has, in the order of the records: Y, Cr, Cb, alpha. Returns how many.
-int ListPlanes(const VornMakeState* state, BlockRecord* low, BlockRecord* high, PlaneRecords planes[4]) {
-    const FrameBlocks blocks = CountBlocks(state);
-    int count = 0;
-    const auto add = [&](uint32_t width, uint32_t height, uint32_t lowCount, uint32_t highCount) {
-        planes[count++] = {low, high, width / BLOCK_SIDE, height / BLOCK_SIDE};
-        low += lowCount;
-        high += highCount;
-    };
-    add(state->lumaWidth, state->lumaHeight, blocks.luma8, blocks.luma16);
-    for (int i = 0; blocks.hasChroma && i < 2; i++) {
-        add(state->chromaWidth, state->chromaHeight, blocks.chroma8, blocks.chroma16);
-    }
-    if (blocks.hasAlpha) add(state->lumaWidth, state->lumaHeight, blocks.luma8, blocks.luma16);
-    return count;
-}
+constexpr int COMPETING = 3; // alpha stays out of the contest: its 8x8 decisions stand
 
 // Calls visit(high, r00, r01, r10, r11) for each 16x16 block.
 template <class Visit> void ForEachHighBlock(const PlaneRecords& plane, Visit visit) {
@@ -64,12 +41,12 @@ void AddSplitCandidate(BlockRecord* high, const BlockRecord* r00, const BlockRec
 // row of an odd number, corner included.
 uint32_t LeftoverBits(const PlaneRecords& plane) {
     uint32_t bits = 0;
-    const BlockRecord* lastRow = plane.low + static_cast<uint64_t>(plane.rows - 1) * plane.columns;
     if (plane.columns % 2 != 0) {
         const BlockRecord* record = plane.low + plane.columns - 1;
         for (uint32_t row = 0; row < plane.rows / 2 * 2; row++, record += plane.columns) bits += record->chosenBits;
     }
     if (plane.rows % 2 != 0) {
+        const BlockRecord* lastRow = plane.low + static_cast<uint64_t>(plane.rows - 1) * plane.columns;
         for (uint32_t column = 0; column < plane.columns; column++) bits += lastRow[column].chosenBits;
     }
     return bits;
@@ -77,15 +54,19 @@ uint32_t LeftoverBits(const PlaneRecords& plane) {
 
 } // namespace
 
-FrameBlocks CountBlocks(const VornMakeState* state) {
-    FrameBlocks blocks;
-    blocks.luma8 = (state->lumaWidth >> 3) * (state->lumaHeight >> 3);
-    blocks.chroma8 = (state->chromaWidth >> 3) * (state->chromaHeight >> 3);
-    blocks.luma16 = (state->lumaWidth >> 4) * (state->lumaHeight >> 4);
-    blocks.chroma16 = (state->chromaWidth >> 4) * (state->chromaHeight >> 4);
-    blocks.hasChroma = (state->flags & FLAG_GREY) == 0;
-    blocks.hasAlpha = (state->flags & FLAG_ALPHA) != 0;
-    return blocks;
+void ListRecords(const VornMakeState* state, BlockRecord* blockRecords, BlockRecord* highRecords,
+                 PlaneRecords planes[PLANES]) {
+    const PlaneRecords luma = {nullptr, nullptr, state->lumaWidth / BLOCK_SIDE, state->lumaHeight / BLOCK_SIDE};
+    const PlaneRecords chroma = {nullptr, nullptr, state->chromaWidth / BLOCK_SIDE, state->chromaHeight / BLOCK_SIDE};
+    planes[0] = luma;
+    planes[1] = planes[2] = (state->flags & FLAG_GREY) == 0 ? chroma : PlaneRecords{};
+    planes[3] = (state->flags & FLAG_ALPHA) != 0 ? luma : PlaneRecords{};
+    for (int i = 0; i < PLANES; i++) {
+        planes[i].low = blockRecords;
+        planes[i].high = highRecords;
+        blockRecords += CountLow(planes[i]);
+        highRecords += CountHigh(planes[i]);
+    }
 }
 
 void MarkScaled(const BlockRecord& high, BlockRecord* r00, BlockRecord* r01, BlockRecord* r10, BlockRecord* r11) {
@@ -99,32 +80,28 @@ void MarkScaled(const BlockRecord& high, BlockRecord* r00, BlockRecord* r01, Blo
     r11->chosenMode = MODE_SCALED; // in the sub-block type's place: the lower half
 }
 
-MergeFigures MergePlanes(const VornMakeState* state, BlockRecord* blockRecords, BlockRecord* highRecords,
-                         uint32_t budget, QueuedUpgrade* queue) {
-    PlaneRecords planes[4];
-    const int planeCount = ListPlanes(state, blockRecords, highRecords, planes);
-    const FrameBlocks blocks = CountBlocks(state);
-    MergeFigures figures = {};
-    for (int i = 0; i < planeCount; i++) {
-        ForEachHighBlock(planes[i], AddSplitCandidate);
-        figures.leftoverBits += LeftoverBits(planes[i]);
+void MergePlanes(const VornMakeState* state, BlockRecord* blockRecords, BlockRecord* highRecords, uint32_t budget,
+                 QueuedUpgrade* queue) {
+    PlaneRecords planes[PLANES];
+    ListRecords(state, blockRecords, highRecords, planes);
+    uint32_t leftoverBits = 0;
+    for (const PlaneRecords& plane : planes) {
+        ForEachHighBlock(plane, AddSplitCandidate);
+        leftoverBits += LeftoverBits(plane);
     }
 
     // The same budget once more: what the four blocks below cost comes back in through the split candidates.
-    const uint32_t leftoverBytes = figures.leftoverBits / COST_UNITS_PER_BYTE;
-    figures.secondBudget = leftoverBytes < budget ? budget - leftoverBytes : 0;
-    // Alpha stays out of it: its 8x8 decisions stand.
-    figures.secondRecords = blocks.luma16 + (blocks.hasChroma ? 2 * blocks.chroma16 : 0);
-    AllocateBits(highRecords, figures.secondRecords, figures.secondBudget, queue);
+    const uint32_t leftoverBytes = leftoverBits / COST_UNITS_PER_BYTE;
+    uint32_t records = 0;
+    for (int i = 0; i < COMPETING; i++) records += CountHigh(planes[i]);
+    AllocateBits(highRecords, records, leftoverBytes < budget ? budget - leftoverBytes : 0, queue);
 
-    const int competing = blocks.hasChroma ? 3 : 1;
-    for (int i = 0; i < competing; i++) {
+    for (int i = 0; i < COMPETING; i++) {
         ForEachHighBlock(planes[i], [](const BlockRecord* high, BlockRecord* r00, BlockRecord* r01, BlockRecord* r10,
                                        BlockRecord* r11) {
             if (high->chosenMode != MODE_SPLIT) MarkScaled(*high, r00, r01, r10, r11);
         });
     }
-    return figures;
 }
 
 } // namespace vorn

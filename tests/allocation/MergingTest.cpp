@@ -21,9 +21,8 @@ struct Scene {
         state.chromaWidth = (width / 2 + 7) / 8 * 8;
         state.chromaHeight = (height / 2 + 7) / 8 * 8;
         state.flags = flags;
-        const FrameBlocks blocks = CountBlocks(&state);
-        low.resize(2 * (blocks.luma8 + blocks.chroma8));
-        high.resize(2 * (blocks.luma16 + blocks.chroma16));
+        low.resize(2 * (width / 8 * (height / 8) + state.chromaWidth / 8 * (state.chromaHeight / 8)));
+        high.resize(low.size() / 4);
         queue.resize(low.size());
         for (BlockRecord& record : low) {
             record.chosenMode = MODE_FILL;
@@ -40,7 +39,7 @@ struct Scene {
         record.modes[k] = MODE_INTRA;
         record.payloads[k] = 5;
     }
-    MergeFigures Merge(uint32_t budget) { return MergePlanes(&state, low.data(), high.data(), budget, queue.data()); }
+    void Merge(uint32_t budget) { MergePlanes(&state, low.data(), high.data(), budget, queue.data()); }
     // Modes of the first `count` 8x8 records.
     std::vector<uint32_t> Modes(size_t count) const {
         std::vector<uint32_t> modes;
@@ -53,28 +52,39 @@ constexpr uint32_t F = MODE_FILL, S = MODE_SCALED, I = MODE_INTRA;
 
 } // namespace
 
-// 3 by 3 blocks: one 16x16 block over four of them, five left over.
-TEST(Merging, OddPlaneHasLeftovers) {
-    Scene scene(24, 24, FLAG_GREY);
-    for (size_t i = 0; i < 9; i++) scene.low[i].chosenBits = 2048u << i;
-    const MergeFigures figures = scene.Merge(1000);
+// A 16x16 block is offered for 2 bytes. What the leftovers leave of the budget decides whether the four blocks below, which are
+// dearer and better, are bought back.
+TEST(Merging, LeftoversLeaveTheRestOfTheBudget) {
+    const struct {
+        uint32_t width, height, flags, leftoverBytes; // a byte a block; chroma is 16x8, two blocks that nothing covers
+    } rows[] = {{16, 16, FLAG_GREY, 0},
+                {24, 16, FLAG_GREY, 2},
+                {16, 24, FLAG_GREY, 2},
+                {24, 16, 0, 2 + 2 + 2},
+                {24, 16, FLAG_ALPHA, 2 + 2 + 2 + 2}};
+    for (const auto& row : rows) {
+        for (const uint32_t budget : {0u, row.leftoverBytes + 2, row.leftoverBytes + 3}) {
+            Scene scene(row.width, row.height, row.flags);
+            scene.Offer(0, 4096, 1000);
+            scene.Merge(budget);
+            EXPECT_EQ(scene.low[0].chosenMode, budget == row.leftoverBytes + 3 ? F : S) << row.leftoverBytes;
+        }
+    }
+    // 3 by 3 blocks of 1, 2, 4 and so on bytes: which five are left over.
     const uint32_t leftoverBytes = (1 << 2) + (1 << 5) + (1 << 6) + (1 << 7) + (1 << 8);
-    EXPECT_EQ(figures.leftoverBits, leftoverBytes * 2048);
-    EXPECT_EQ(figures.secondBudget, 1000 - leftoverBytes);
-    EXPECT_EQ(figures.secondRecords, 1u);
-    EXPECT_EQ(scene.high[0].count, 1); // an empty list got the split candidate
-    EXPECT_EQ(scene.high[0].chosenBits, (1u + 2 + 8 + 16) * 2048);
-    EXPECT_EQ(scene.Modes(9), std::vector<uint32_t>(9, F));
-    EXPECT_EQ(Scene(24, 24, FLAG_GREY).Merge(4).secondBudget, 0u); // leftovers take 5 bytes
-    EXPECT_EQ(Scene(24, 24, FLAG_GREY).Merge(6).secondBudget, 1u);
-}
-
-TEST(Merging, NarrowPlanesAreAllLeftovers) {
-    EXPECT_EQ(Scene(8, 40, FLAG_GREY).Merge(0).leftoverBits, 5u * 2048);
-    EXPECT_EQ(Scene(40, 8, FLAG_GREY).Merge(0).leftoverBits, 5u * 2048);
-    EXPECT_EQ(Scene(8, 8, 0).Merge(0).leftoverBits, 3u * 2048); // Y, Cr, Cb
-    EXPECT_EQ(Scene(8, 8, FLAG_ALPHA).Merge(0).leftoverBits, 4u * 2048);
-    EXPECT_EQ(Scene(16, 32, FLAG_GREY).Merge(0).leftoverBits, 0u);
+    for (const uint32_t more : {2u, 3u}) {
+        Scene scene(24, 24, FLAG_GREY);
+        for (size_t i = 0; i < 9; i++) scene.low[i].chosenBits = 2048u << i;
+        scene.Offer(0, 4096, 1000);
+        scene.Merge(leftoverBytes + more);
+        EXPECT_EQ(scene.high[0].bits[1], (1u + 2 + 8 + 16) * 2048); // the split candidate
+        EXPECT_EQ(scene.low[0].chosenMode, more == 3 ? F : S);
+    }
+    for (const uint32_t width : {8u, 40u}) { // no 16x16 block at all
+        Scene scene(width, 48 - width, FLAG_ALPHA);
+        scene.Merge(0);
+        EXPECT_EQ(scene.Modes(5), std::vector<uint32_t>(5, F));
+    }
 }
 
 // Cheaper and better than the split: it wins with no budget at all, and the four records carry its marks.
@@ -89,14 +99,8 @@ TEST(Merging, WinnersAreMarked) {
     EXPECT_EQ(scene.low[7].chosenBits, 0u);
 }
 
-// Cheaper but worse: the budget decides. Dearer and worse: the hull has dropped it.
-TEST(Merging, SplitIsBoughtBack) {
-    for (const uint32_t budget : {0u, 2u, 8u}) {
-        Scene scene(16, 16, FLAG_GREY);
-        scene.Offer(0, 4096, 1000);
-        scene.Merge(budget); // 2 bytes are just the cheapest candidate
-        EXPECT_EQ(scene.low[0].chosenMode, budget == 8 ? F : S) << budget;
-    }
+// Dearer and worse: the hull has dropped it.
+TEST(Merging, SplitIsTheWholeListIfNothingIsBetter) {
     Scene scene(16, 16, FLAG_GREY);
     scene.Offer(0, 9000, 201);
     scene.Merge(0);
@@ -108,15 +112,14 @@ TEST(Merging, SplitIsBoughtBack) {
 TEST(Merging, AlphaStaysOut) {
     for (const uint32_t flags : {FLAG_ALPHA, FLAG_ALPHA | FLAG_GREY}) {
         Scene scene(32, 32, flags);
-        const FrameBlocks blocks = CountBlocks(&scene.state);
-        const size_t competing = blocks.luma16 + (blocks.hasChroma ? 2 * blocks.chroma16 : 0);
-        for (size_t i = 0; i < competing + blocks.luma16; i++) {
+        const size_t competing = flags == FLAG_ALPHA ? 4 + 2 * 1 : 4; // 16x16 blocks of Y, Cr, Cb
+        for (size_t i = 0; i < competing + 4; i++) {
             for (uint32_t k = 0; k < MAX_HIGH_CANDIDATES; k++) scene.Offer(i, 100 + k * (k + 1), 190 - k);
         }
-        EXPECT_EQ(scene.Merge(0).secondRecords, competing);
-        const size_t alpha = blocks.luma8 + (blocks.hasChroma ? 2 * blocks.chroma8 : 0);
+        scene.Merge(0);
+        const size_t alpha = 4 * competing;
         // A scaled block begins at every second column; right of it stands the sub-block type.
         for (size_t i = 0; i < alpha; i += 2) EXPECT_EQ(scene.low[i].chosenMode, S) << i;
-        for (size_t i = alpha; i < alpha + blocks.luma8; i++) EXPECT_EQ(scene.low[i].chosenMode, F) << i;
+        for (size_t i = alpha; i < alpha + 16; i++) EXPECT_EQ(scene.low[i].chosenMode, F) << i;
     }
 }

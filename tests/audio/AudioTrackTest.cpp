@@ -205,13 +205,4 @@ TEST(AudioTrack, DescriptorsThatTheFormatCannotHold) {
     EXPECT_NE(text(44100, 3), "");
 }
 
-TEST(AudioTrack, NoMemory) {
-    Source source;
-    AudioTrackState track = {};
-    MOKSetMemory([](uint32_t) -> void* { return reinterpret_cast<void*>(UINTPTR_MAX); }, [](void*) {});
-    EXPECT_FALSE(InitAudioTrack(&track, Describe(&source, 44100, 2, 4), 10, 25, 1));
-    MOKSetMemory(nullptr, nullptr);
-    EXPECT_EQ(track.encoder, nullptr);
-}
-
 } // namespace

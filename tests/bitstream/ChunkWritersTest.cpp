@@ -1,4 +1,4 @@
-// ChunkWritersTest.cpp - when chunks close, how repeats are counted, the exact bits of small chunks, rooms that end.
+// ChunkWritersTest.cpp - the exact bits of small chunks, rooms that end.
 #include <gtest/gtest.h>
 
 #include "StreamReading.h"
@@ -18,39 +18,6 @@ struct TestBundle {
         CreateBundle(&bundle, &arena, width, shape);
     }
 };
-
-// A chunk closes at a row's end only, once it holds 512, and then holds the whole row.
-TEST(Bundles, CloseChunksAtRowEnds) {
-    TestBundle test(640, {8, 64, false});
-    EXPECT_EQ(test.bundle.countBits, 13u);
-    EXPECT_EQ(test.bundle.chunkCapacity, 5120u + 512);
-    for (int i = 0; i < 511; i++) AppendColour(&test.bundle, 1);
-    CloseChunk(&test.bundle);
-    EXPECT_EQ(test.bundle.currentChunk, test.bundle.firstChunk);
-    for (int i = 0; i < 5120; i++) AppendColour(&test.bundle, 2);
-    CloseChunk(&test.bundle);
-    EXPECT_NE(test.bundle.currentChunk, test.bundle.firstChunk);
-    EXPECT_EQ(test.bundle.firstChunk->elements, 5631u);
-    EXPECT_EQ(test.bundle.firstChunk->packedBits, 5631u * 8);
-    EXPECT_FALSE(test.bundle.packer.overflow);
-    EXPECT_EQ(TestBundle(640, NIBBLES).bundle.countBits, 10u);
-    EXPECT_EQ(TestBundle(4032, {8, 64, false}).bundle.countBits, 15u);
-}
-
-TEST(Bundles, CountRepeatsAsTheyAreSent) {
-    TestBundle test(8, NIBBLES);
-    for (int i = 0; i < 32; i++) AppendType(&test.bundle, 0); // 12 + 12 + 4 + four times the type itself
-    AppendType(&test.bundle, 5);
-    for (int i = 0; i < 33; i++) AppendType(&test.bundle, 5); // 32 + 1
-    CountRepeats(&test.bundle);
-    const uint32_t* counts = test.bundle.symbolCounts;
-    EXPECT_EQ(counts[0], 4u);
-    EXPECT_EQ(counts[5], 2u);
-    EXPECT_EQ(counts[12], 1u);
-    EXPECT_EQ(counts[13], 0u);
-    EXPECT_EQ(counts[14], 2u);
-    EXPECT_EQ(counts[15], 1u);
-}
 
 // One kind of bundle: its shape, how a value is added and how its chunks go out.
 struct Kind {

@@ -127,30 +127,6 @@ TEST(Residues, ReadBackAtEveryTruncation) {
     }
 }
 
-// The steps that a reader sees: 5, 2 and -1 at their planes, then nothing.
-TEST(Residues, ChangeOneValueAnEvent) {
-    int8_t residual[64] = {};
-    residual[0] = 5;
-    residual[20] = 2;
-    residual[63] = -1;
-    TestStream stream(64);
-    ASSERT_TRUE(WriteResidue(&stream.writer, residual));
-    PadToWord(&stream.writer);
-    BitReader bits;
-    StartReader(&bits, stream.room.data(), 64);
-    ResidueReader reader;
-    StartResidueReader(&reader, bits);
-    const int steps[][3] = {{0, 0, 4}, {20, 0, 2}, {0, 4, 5}, {63, 0, -1}};
-    for (const auto& step : steps) {
-        ASSERT_TRUE(NextResidueEvent(&reader));
-        EXPECT_EQ(reader.position, step[0]);
-        EXPECT_EQ(reader.before, step[1]);
-        EXPECT_EQ(reader.values[step[0]], step[2]);
-    }
-    EXPECT_FALSE(NextResidueEvent(&reader));
-    EXPECT_FALSE(NextResidueEvent(&reader));
-}
-
 // With a -128 the weights are negative from the second plane on: 75 = 64 + 8 + 2 + 1 goes the other way.
 TEST(Residues, MinimumTurnsTheSignsBelow) {
     int8_t residual[64] = {-128, 75};

@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "files/Container.h"
+#include "files/SpoolFile.h"
 #include "tests/files/MemoryDisk.h"
 #include "tests/files/TestSeams.h"
 
@@ -216,10 +216,4 @@ TEST_F(SpoolFileTest, FailedOpeningsLeaveNothing) {
     memory.failingRequest = memory.requests + 1;
     EXPECT_EQ(SpoolCreate(100, "name", true), nullptr);
     SpoolClose(nullptr);
-}
-
-TEST(MovieMagic, FourVersionsAreKnown) {
-    for (char version = 'a'; version <= 'z'; version++) {
-        EXPECT_EQ(IsMovieMagic(MovieMagic(version)), version >= 'f' && version <= 'i') << version;
-    }
 }

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 
 #include "format/BlockFormat.h"
 #include "format/CodeTrees.h"
@@ -63,33 +62,6 @@ TEST(Quantisers, HoldTheKnownEntries) {
     ExpectRange(INTRA_QUANTISERS.quantise, 3896, 1382027);
     ExpectRange(INTER_QUANTISERS.dequantise, 10289, 6858849);
     ExpectRange(INTER_QUANTISERS.quantise, 5010, 3339447);
-}
-
-// The rounding through single precision lifts a known number of entries by one above the plain rounding, and lowers none.
-// Weights are read back from the tables themselves: at quantiser 0 a dequantiser is 4096 * weight * scales.
-TEST(Quantisers, StandAtMostOneAboveThePlainRounding) {
-    const double steps[QUANTISERS] = {1, 4 / 3., 5 / 3., 2, 8 / 3., 3.5, 4, 5, 6, 8, 12, 17, 22, 28, 34, 44};
-    int allAbove[2] = {0, 0}; // of dequantisers, of quantisers
-    for (const QuantiserTables* tables : {&INTRA_QUANTISERS, &INTER_QUANTISERS}) {
-        for (int i = 0; i < BLOCK_SAMPLES; i++) {
-            double scales = 1;
-            for (const int frequency : {i / 8, i % 8})
-                if (frequency > 0) scales *= std::sqrt(2.0) * std::cos(frequency * std::acos(-1.0) / 16);
-            const double weight = std::round(tables->dequantise[0][i] / (4096 * scales));
-            for (int q = 0; q < QUANTISERS; q++) {
-                const double exact = 4096 * weight * scales * steps[q];
-                const int above[2] = {static_cast<int>(tables->dequantise[q][i]) - static_cast<int>(exact + 0.5),
-                                      static_cast<int>(tables->quantise[q][i]) -
-                                          static_cast<int>(34359738368.0 / exact + 0.5)};
-                for (int way = 0; way < 2; way++) {
-                    ASSERT_TRUE(above[way] == 0 || above[way] == 1) << q << ' ' << i;
-                    allAbove[way] += above[way];
-                }
-            }
-        }
-    }
-    EXPECT_EQ(allAbove[0], 84);
-    EXPECT_EQ(allAbove[1], 9);
 }
 
 } // namespace

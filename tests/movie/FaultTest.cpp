@@ -28,10 +28,10 @@ enum Outcome : uint32_t {
     KEPT,          // something isn't on disk: what was flushed before can be read under the temporary name
     NOT_REPLACED,  // the older file can't go: the whole movie has its temporary name
     NOT_RENAMED,   // the older file is gone, the whole movie has its temporary name
-    UNSPECIFIED,
+    UNEXPECTED,
 };
 const char* const OUTCOME_NAMES[] = {"whole", "refused",      "out of memory", "discarded",
-                                     "kept",  "not replaced", "not renamed",   "unspecified"};
+                                     "kept",  "not replaced", "not renamed",   "unexpected"};
 using Outcomes = std::set<Outcome>;
 using Found = std::map<Outcome, uint32_t>; // how often each came of a fault
 
@@ -99,7 +99,7 @@ protected:
             if (told(CANT_CREATE)) return REFUSED;
             if (told("Out of memory! (no record)")) return OUT_OF_MEMORY;
         }
-        if (!opened) return UNSPECIFIED;
+        if (!opened) return UNEXPECTED;
         const bool wholeKept = kept == "file: " + whole;
         if (final == "file: " + whole && kept == "nothing" && messages == "") return WHOLE;
         if (untouched && kept == "nothing" && messages == "") return DISCARDED;
@@ -113,7 +113,7 @@ protected:
             return KEPT;
         }
         const bool unnamed = final == "nothing" && wholeKept && told("Vorn couldn't rename the temporary file.");
-        return unnamed ? NOT_RENAMED : UNSPECIFIED;
+        return unnamed ? NOT_RENAMED : UNEXPECTED;
     }
     bool FlushedFramesRead() const {
         const uint32_t wanted = std::max(flushed, FaultSeam::headFrames);

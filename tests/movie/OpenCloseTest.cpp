@@ -112,35 +112,6 @@ TEST_F(OpenClose, ArgumentsAreUnpackedAndReduced) {
     }
 }
 
-// A frame may be compared with one that was never written. The packets at the block's end lie in it.
-TEST_F(OpenClose, PlanesBeginCleared) {
-    MemorySeam memory;
-    arguments.width = 321;
-    arguments.height = 33;
-    arguments.lookAhead = 5;
-    VornMakeState* state = arguments.Open();
-    const uint32_t luma = 328 * 40, chroma = 168 * 24;
-    EXPECT_EQ(state->lumaWidth * state->lumaHeight, luma);
-    EXPECT_EQ(state->chromaWidth * state->chromaHeight, chroma);
-    const auto isCleared = [](const void* buffer, std::ptrdiff_t bytes) {
-        const uint8_t* start = static_cast<const uint8_t*>(buffer);
-        return std::count(start, start + bytes, 0) == bytes;
-    };
-    const auto planesAreCleared = [&](uint8_t* y, uint8_t* cr, uint8_t* cb, uint8_t* alpha) {
-        return isCleared(y, luma) && isCleared(cr, chroma) && isCleared(cb, chroma) && isCleared(alpha, luma);
-    };
-    EXPECT_TRUE(isCleared(state->frameIndex, 16) && isCleared(state->frameErrors, 16));
-    EXPECT_TRUE(planesAreCleared(state->previousY, state->previousCr, state->previousCb, state->previousAlpha));
-    for (int i = 0; i < 2; i++) {
-        EXPECT_TRUE(planesAreCleared(state->referenceY[i], state->referenceCr[i], state->referenceCb[i],
-                                     state->referenceAlpha[i]));
-    }
-    const auto [block, bytes] = *--memory.blocks.upper_bound(state);
-    EXPECT_LE(state->packetAlpha + luma * 11 / 10, static_cast<uint8_t*>(block) + bytes);
-    VornMakeClose(state, 1);
-    EXPECT_TRUE(memory.blocks.empty());
-}
-
 TEST_F(OpenClose, RefusesImpossibleArgumentsWithAReasonAndWithoutAFile) {
     const TrackDescriptor good = {1, 44100, 16, 2, 0, 0, Silence};
     TrackDescriptor unheard[] = {good, good}, mute[] = {good, good};

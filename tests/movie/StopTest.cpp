@@ -18,6 +18,7 @@ struct Script {
     bool flush = false;        // at each report
     uint32_t reports = 0;
     std::vector<uint32_t> frames = {}; // framesDone at each report
+    std::string stages = {};           // texts of the reports
     std::string messages = {};
 };
 Script script;
@@ -30,6 +31,7 @@ uint32_t VORN_CALL Act(uint32_t code, void* record, const char* text) {
     }
     const uint32_t report = script.reports++;
     script.frames.push_back(state->framesDone);
+    script.stages += std::string(text) + ";";
     if (script.flush) {
         EXPECT_EQ(VornMakeFlush(state), 1u);
         const ReadMovie read = ReadBack(ReadWholeFile(state->tempName), true);
@@ -56,6 +58,12 @@ protected:
     }
 };
 
+// What a frame with all planes reports.
+const std::string STAGES =
+    "Compressing;Compressing Y plane;Compressing Cr plane;Compressing Cb plane;Compressing alpha plane;"
+    "Compressing Y high-plane;Compressing Cr high-plane;Compressing alpha high-plane;Allocating bandwidth;"
+    "Merging multi-resolution planes;Encoding Y plane;Encoding Cr plane;Encoding Cb plane;Encoding alpha plane;";
+
 size_t HeadBytes(const MoviePlan& plan) {
     return HEADER_BYTES + 12 * plan.sounds.size() + 4 * (size_t{plan.frames} + 1);
 }
@@ -68,6 +76,7 @@ TEST_F(Stop, AnsweredAtAnyReport) {
     const std::string whole = ReadWholeFile(name);
     const Script seen = script;
     ASSERT_EQ(seen.reports, 5u * 14);
+    EXPECT_EQ(seen.stages, STAGES + STAGES + STAGES + STAGES + STAGES);
     for (uint32_t report = 0; report < seen.reports; report++) {
         SCOPED_TRACE("report " + std::to_string(report));
         const uint32_t frames = seen.frames[report] + 1;

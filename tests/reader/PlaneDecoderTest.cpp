@@ -1,4 +1,4 @@
-// PlaneDecoderTest.cpp - plane streams written by hand: what each mode shows, and which faults are told from habits.
+// PlaneDecoderTest.cpp - plane streams written by hand: what faults are, and what habits.
 #include <gtest/gtest.h>
 
 #include "format/BlockFormat.h"
@@ -31,30 +31,7 @@ TEST(PlaneDecoder, SkippedPlaneIsTheReference) {
         Tells(Decode(stream.bytes, 8, 8, reference, true).violations, SEVERITY_ERROR, "frame 7, plane Y, block 0,0"));
 }
 
-// Tree 1 gives its first symbol a code of one bit, 0, and its second one of four, 0001.
-TEST(PlaneDecoder, TablesReorderTheirSymbols) {
-    struct Case {
-        BitSink table;
-        uint32_t word, length; // code of symbol 6
-    };
-    BitSink listed, merged, deep;
-    listed.Put(1, 4).Put(1, 1).Put(1, 3).Put(9, 4).Put(6, 4); // 9, 6, 0, 1, ...
-    merged.Put(1, 4).Put(0, 1).Put(0, 2).Put(8, 8);           // pair 3 swapped: 0 1 2 3 4 5 7 6
-    deep.Put(1, 4).Put(0, 1).Put(3, 2);
-    deep.Put(0, 8);                               // pass 0: as they stand
-    deep.Put(0, 2).Put(3, 2).Put(0, 4);           // pass 1: 0 1 2 3 | 6 7 4 5 | ...
-    deep.Put(1, 1).Put(1, 1).Put(0, 4).Put(0, 4); // pass 2: 6 7 0 1 2 3 4 5
-    deep.Put(0, 8);                               // pass 3
-    for (const Case& example : {Case{listed, 0x1, 4}, Case{merged, 0x0d, 5}, Case{deep, 0, 1}}) {
-        PlaneStream stream(8);
-        static_cast<BitSink&>(stream) = example.table;
-        for (int i = 1; i < TABLES; i++) stream.Put(0, 4);
-        stream.Count(BLOCK_TYPES, 1).Put(0, 1).Put(example.word, example.length);
-        stream.Colours({0x5a}).End();
-        const Decoded decoded = Decode(stream.PadToWord().bytes, 8, 8);
-        ExpectClean(decoded);
-        EXPECT_EQ(decoded.plane.samples, std::vector<uint8_t>(64, 0x5a));
-    }
+TEST(PlaneDecoder, TablesListASymbolOnce) {
     BitSink twice;
     twice.Put(1, 4).Put(1, 1).Put(1, 3).Put(9, 4).Put(9, 4).Put(0, 31).Put(0, 31);
     EXPECT_TRUE(Tells(Decode(twice.bytes, 8, 8).violations, SEVERITY_ERROR, "symbol 9 twice"));
@@ -110,15 +87,12 @@ TEST(PlaneDecoder, MotionStaysInsideThePlane) {
     }
 }
 
-// Run blocks in scan order 7, which goes to and fro.
-TEST(PlaneDecoder, RunBlocks) {
+TEST(PlaneDecoder, SegmentsOfRunBlocks) {
     struct Case {
         std::vector<uint32_t> colours, runs;
-        std::string words; // empty: clean
+        std::string words;
     };
     const Case cases[] = {
-        // three flat runs of 16, one of 15, and the last sample alone
-        {{10, 20, 30, 40, 50}, {15, 15, 15, 14}, ""},
         // flat 8 and flat 8 of one colour: the encoder makes 16 of them
         {{9, 9, 7, 9, 7}, {7, 7, 15, 15, 15}, "habit: frame 7, plane Y, block 0,0"},
         {{9, 7, 9, 7}, {15, 15, 14, 15}, "error: frame 7, plane Y, block 0,0"},
@@ -129,71 +103,34 @@ TEST(PlaneDecoder, RunBlocks) {
         stream.Put(7, 4).Put(0x1f, uint32_t(example.runs.size())); // all flat
         const Decoded decoded = Decode(stream.PadToWord().bytes, 8, 8);
         EXPECT_EQ(AllLines(decoded.violations).substr(0, example.words.size()), example.words);
-        EXPECT_EQ(decoded.violations.list.size(), example.words.empty() ? 0u : 1u);
-        if (!example.words.empty()) continue;
-        EXPECT_EQ(decoded.plane.samples[0], 10);
-        EXPECT_EQ(decoded.plane.samples[63], 40);
-        EXPECT_EQ(decoded.plane.samples[56], 50); // the fourth pair of rows ends at the left
-        EXPECT_EQ(decoded.plane.statistics.payloadBits[RUN_DATA], 8u);
+        EXPECT_EQ(decoded.violations.list.size(), 1u);
     }
 }
 
-TEST(PlaneDecoder, PatternBitsPickTheSecondColour) {
-    for (const bool orderly : {true, false}) {
-        PlaneStream stream(8);
-        stream.Codes(BLOCK_TYPES, {8}).Colours({200, 30}).Count(PATTERNS, 8);
-        for (uint32_t y = 0; y < 8; y++) stream.Put(orderly ? 1u << y : 0xffu >> (y == 3), 8);
-        stream.End();
-        const Decoded decoded = Decode(stream.PadToWord().bytes, 8, 8);
+// In the order of the rarer colour; with a node that opens in a plane which none of its four has; with bits behind the last
+// of the residue's four events.
+TEST(PlaneDecoder, HabitsOfPayloads) {
+    PlaneStream pattern(8), intra(8), residue(8);
+    pattern.Codes(BLOCK_TYPES, {8}).Colours({200, 30}).Count(PATTERNS, 8).Put(0xff7fffff, 32).Put(0xffffffff, 32);
+    pattern.End();
+    intra.Codes(BLOCK_TYPES, {5}).Count(INTRA_DC, 1).Put(23, 11);
+    intra.End();
+    intra.Put(1, 4).Put(1, 1).Put(0xf, 4).Put(0, 1).Put(0, 2).Put(1, 1).Put(0, 1).Put(0, 2).Put(15, 4);
+    residue.Codes(BLOCK_TYPES, {4}).Offset(X_OFFSETS, 0).Offset(Y_OFFSETS, 0).End();
+    residue.Put(4, 7).Put(2, 3);
+    residue.Put(0, 3).Put(1, 1).Put(0, 1).Put(0, 1).Put(7, 3);           // plane 3: 4 at coefficient 0
+    residue.Put(0, 1).Put(0, 2).Put(1, 1).Put(0, 1).Put(0, 3);           // plane 2: 2 at coefficient 1
+    residue.Put(1, 1).Put(0, 1).Put(0, 1).Put(1, 1).Put(1, 1).Put(0, 3); // plane 1: 5, and -1 at coefficient 2
+    const struct {
+        BitSink* stream;
+        const char* words;
+    } cases[] = {
+        {&pattern, "colours of a pattern block"}, {&intra, "opens in a plane"}, {&residue, "ahead of its truncation"}};
+    for (const auto& example : cases) {
+        const Decoded decoded = Decode(example.stream->PadToWord().bytes, 8, 8, std::vector<uint8_t>(64, 255));
         EXPECT_TRUE(decoded.whole);
-        EXPECT_EQ(Tells(decoded.violations, SEVERITY_HABIT, "colours of a pattern block"), !orderly);
-        EXPECT_EQ(decoded.plane.samples[8 * 3 + 3], 30);
-        EXPECT_EQ(decoded.plane.samples[8 * 3 + 7], 200);
-    }
-}
-
-// Coefficient 1 alone takes 11 bits and the quantiser; then a node that opens in a plane which none of its four has.
-TEST(PlaneDecoder, IntraBlocks) {
-    for (const bool orderly : {true, false}) {
-        PlaneStream stream(8);
-        stream.Codes(BLOCK_TYPES, {5}).Count(INTRA_DC, 1).Put(23, 11);
-        stream.End();
-        stream.Put(1, 4).Put(!orderly, 1);
-        if (!orderly) stream.Put(0xf, 4).Put(0, 1); // its group is empty, and so is the rest
-        stream.Put(0, 2).Put(1, 1).Put(orderly, 1).Put(0, 2).Put(15, 4);
-        const Decoded decoded = Decode(stream.PadToWord().bytes, 8, 8);
-        EXPECT_EQ(Tells(decoded.violations, SEVERITY_HABIT, "opens in a plane"), !orderly);
-        if (!orderly) continue;
-        ExpectClean(decoded);
-        EXPECT_EQ(decoded.plane.statistics.payloadBits[INTRA_DATA], 15u);
-        EXPECT_EQ(decoded.plane.blocks[0].detail, 15);
-        EXPECT_LT(decoded.plane.samples[0], decoded.plane.samples[7]); // minus half a wave across, none down
-        EXPECT_EQ(decoded.plane.samples[0], decoded.plane.samples[56]);
-    }
-}
-
-// 5, 2 and -1 at coefficients 0, 1 and 2, cut behind each of the four events; a fifth never comes.
-TEST(PlaneDecoder, ResidueLadder) {
-    BitSink planes;
-    planes.Put(2, 3);
-    planes.Put(0, 3).Put(1, 1).Put(0, 1).Put(0, 1).Put(7, 3);           // plane 3: 4 at coefficient 0
-    planes.Put(0, 1).Put(0, 2).Put(1, 1).Put(0, 1).Put(0, 3);           // plane 2: 2 at coefficient 1
-    planes.Put(1, 1).Put(0, 1).Put(0, 1).Put(1, 1).Put(1, 1).Put(0, 3); // plane 1: 5, and -1 at coefficient 2
-    const size_t bits[] = {9, 17, 21, 25, planes.used};
-    const int values[][3] = {{4, 0, 0}, {4, 2, 0}, {5, 2, 0}, {5, 2, -1}, {5, 2, -1}};
-    for (uint32_t limit = 0; limit < 5; limit++) {
-        PlaneStream stream(8);
-        stream.Codes(BLOCK_TYPES, {4}).Offset(X_OFFSETS, 0).Offset(Y_OFFSETS, 0).End();
-        stream.Put(limit, 7);
-        for (size_t i = 0; i < bits[limit]; i++) stream.Put(planes.bytes[i / 8] >> i % 8 & 1u, 1);
-        const Decoded decoded = Decode(stream.PadToWord().bytes, 8, 8, std::vector<uint8_t>(64, 255));
-        EXPECT_TRUE(decoded.whole);
-        EXPECT_EQ(Tells(decoded.violations, SEVERITY_HABIT, "ahead of its truncation"), limit == 4);
-        EXPECT_EQ(decoded.violations.list.size(), limit == 4 ? 1u : 0u);
-        EXPECT_EQ(decoded.plane.statistics.payloadBits[RESIDUE_DATA], 7 + bits[limit]);
-        const size_t at[] = {0, 1, 8};
-        for (size_t i = 0; i < 3; i++)
-            EXPECT_EQ(decoded.plane.samples[at[i]], uint8_t(255 + values[limit][i])) << limit;
+        EXPECT_TRUE(Tells(decoded.violations, SEVERITY_HABIT, example.words)) << AllLines(decoded.violations);
+        EXPECT_EQ(decoded.violations.list.size(), 1u);
     }
 }
 

@@ -62,30 +62,6 @@ TEST(Coefficients, ReadBackAndAreCounted) {
     }
 }
 
-TEST(Coefficients, HaveTheBitsWorkedOutByHand) {
-    Block block(64, 0);
-    block[0] = 99;
-    TestStream none(64);
-    EXPECT_EQ(WriteAndCount(&none, block), 4u);
-    block[1] = -1;
-    TestStream one(64);
-    EXPECT_EQ(WriteAndCount(&one, block), 11u);
-    PadToWord(&one.writer);
-    EXPECT_EQ(one.Take(4), 1u);
-    EXPECT_EQ(one.Take(3), 0u); // the wide nodes
-    EXPECT_EQ(one.Take(2), 3u); // shows, negative
-    EXPECT_EQ(one.Take(2), 0u);
-    // Dearest for 13 planes: 4 bits of head, 63 values of 14 bits, 18 flags of nodes.
-    TestStream full(256);
-    EXPECT_EQ(WriteAndCount(&full, Block(64, -8191)), 4u + 63 * 14 + 18);
-    // The quantiser ends a payload.
-    TestStrings strings;
-    const int16_t flat[64] = {77};
-    WriteDctPayload(&strings.list, 13, flat);
-    EXPECT_EQ(strings.list.first->bits, 8u);
-    EXPECT_EQ(strings.Copy().Take(8), 13u << 4);
-}
-
 // The reader sees what the encoder foresees at every truncation point, and the residual itself if nothing is cut off.
 TEST(Residues, ReadBackAtEveryTruncation) {
     std::mt19937 random(5);

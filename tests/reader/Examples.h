@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "reader/Reader.h"
+#include "tests/mixing/BuiltMovie.h"
 
 namespace vorn::reader {
 
@@ -105,13 +106,6 @@ inline std::string AllLines(const Violations& violations) {
     return lines;
 }
 
-inline void PutWord(std::vector<uint8_t>* bytes, uint32_t word) {
-    for (int i = 0; i < 4; i++) bytes->push_back(uint8_t(word >> 8 * i));
-}
-inline void SetWord(std::vector<uint8_t>* bytes, size_t offset, uint32_t word) {
-    for (size_t i = 0; i < 4; i++) (*bytes)[offset + i] = uint8_t(word >> 8 * i);
-}
-
 // One 8x8 plane, filled with a colour.
 inline std::vector<uint8_t> FilledPlane(uint32_t colour) {
     PlaneStream stream(8);
@@ -121,53 +115,37 @@ inline std::vector<uint8_t> FilledPlane(uint32_t colour) {
 
 struct ExampleTrack {
     uint32_t id, format;
-    std::vector<std::vector<uint8_t>> packets; // of each frame, behind the length word
+    std::vector<vorn::Bytes> packets; // of each frame, behind the length word
 };
 
 // A movie of 8 x 8 pixels, `frames` frames of one colour each, frame i filled with 16 + i, all key frames.
 inline std::vector<uint8_t> ExampleMovie(uint32_t frames, uint32_t capacity, uint32_t flags,
                                          const std::vector<ExampleTrack>& tracks = {}) {
-    const uint32_t headBytes = uint32_t(48 + 12 * tracks.size() + 4 * capacity);
-    std::vector<uint8_t> packets;
-    std::vector<uint32_t> index;
-    uint32_t largest = 0;
-    for (uint32_t i = 0; i < frames; i++) {
-        const size_t start = packets.size();
-        index.push_back((headBytes + uint32_t(start)) | 1);
-        for (const ExampleTrack& track : tracks) {
-            PutWord(&packets, uint32_t(track.packets[i].size()));
-            packets.insert(packets.end(), track.packets[i].begin(), track.packets[i].end());
-        }
-        const std::vector<uint8_t> plane = FilledPlane(16 + i);
-        for (int part = (flags & MOVIE_FLAG_ALPHA) != 0 ? 0 : 1; part < 2; part++) {
-            PutWord(&packets, uint32_t(plane.size()) + 4);
-            packets.insert(packets.end(), plane.begin(), plane.end());
-        }
-        for (int part = 0; part < 2 && (flags & MOVIE_FLAG_GREY) == 0; part++) {
-            packets.insert(packets.end(), plane.begin(), plane.end());
-        }
-        largest = std::max(largest, uint32_t(packets.size() - start));
-    }
-    if (frames > 0) index.push_back(headBytes + uint32_t(packets.size()));
-    index.resize(capacity + 1);
-
-    std::vector<uint8_t> bytes;
-    for (const uint32_t word : {0x694e5256u, headBytes + uint32_t(packets.size()) - 8, frames, largest, capacity, 8u,
-                                8u, 25u, 1u, flags, uint32_t(tracks.size())}) {
-        PutWord(&bytes, word);
-    }
+    BuiltMovie movie;
+    movie.capacity = capacity;
+    movie.width = movie.height = 8;
+    movie.numerator = 25;
+    movie.flags = flags;
     for (const ExampleTrack& track : tracks) {
         uint32_t most = 0;
-        for (const auto& packet : track.packets) {
-            if (packet.size() >= 4) most = std::max(most, uint32_t(packet[0] | packet[1] << 8 | packet[2] << 16));
-        }
-        PutWord(&bytes, most);
+        for (const auto& packet : track.packets) most = std::max(most, packet.size() < 4 ? 0 : GetWord(packet, 0));
+        movie.tracks.push_back({most, track.format, track.id});
     }
-    for (const ExampleTrack& track : tracks) PutWord(&bytes, track.format);
-    for (const ExampleTrack& track : tracks) PutWord(&bytes, track.id);
-    for (const uint32_t word : index) PutWord(&bytes, word);
-    bytes.insert(bytes.end(), packets.begin(), packets.end());
-    return bytes;
+    for (uint32_t i = 0; i < frames; i++) {
+        BuiltFrame& frame = movie.frames.emplace_back();
+        frame.key = true;
+        for (const ExampleTrack& track : tracks) {
+            PutWord(&frame.sound.emplace_back(), static_cast<uint32_t>(track.packets[i].size()));
+            frame.sound.back().insert(frame.sound.back().end(), track.packets[i].begin(), track.packets[i].end());
+        }
+        const auto plane = FilledPlane(16 + i);
+        const bool alpha = (flags & MOVIE_FLAG_ALPHA) != 0, grey = (flags & MOVIE_FLAG_GREY) != 0;
+        for (int part = alpha ? 0 : 1; part < (grey ? 2 : 4); part++) {
+            if (part < 2) PutWord(&frame.video, static_cast<uint32_t>(plane.size()) + 4); // alpha and luma
+            frame.video.insert(frame.video.end(), plane.begin(), plane.end());
+        }
+    }
+    return BuildMovie(movie);
 }
 
 } // namespace vorn::reader

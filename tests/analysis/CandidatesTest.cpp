@@ -10,7 +10,7 @@
 
 #include "analysis/Evaluators.h"
 #include "blocks/CandidateLists.h"
-#include "tests/analysis/ShownBlocks.h"
+#include "tests/analysis/EntryCosts.h"
 #include "tests/blocks/TestBlocks.h"
 
 namespace vorn {
@@ -94,9 +94,15 @@ void CheckAllThresholds(const uint8_t* src, const uint8_t* high) {
     uint32_t bitsAt[256];
     uint32_t errorAt[256];
     for (int threshold = 0; threshold < 256; threshold++) {
-        const Shown shown = Show(MODE_RUN, order << 8 | threshold, src, nullptr, nullptr, COSTS);
+        const Runs shown = ShowRuns(src, order << 8 | threshold, COSTS);
+        uint32_t error = 0;
+        for (int i = 0; i < (high == nullptr ? 64 : 256); i++) {
+            const int sample = high == nullptr ? src[i] : high[i];
+            const int place = high == nullptr ? i : i / 32 * 8 + i % 16 / 2;
+            error += static_cast<uint32_t>(std::abs(shown.block[place] - sample));
+        }
         bitsAt[threshold] = shown.bits;
-        errorAt[threshold] = high == nullptr ? ErrorOf(shown, src) : HighErrorOf(shown, high, 16);
+        errorAt[threshold] = error;
         const auto found = leastError.try_emplace(bitsAt[threshold], errorAt[threshold]).first;
         found->second = std::min(found->second, errorAt[threshold]);
     }

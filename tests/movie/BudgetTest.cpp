@@ -41,21 +41,6 @@ struct Queue {
 
 } // namespace
 
-// Two frames of 300 and 100 under targets of 1000 each; the first comes out 100 bytes below its share.
-TEST(Budget, SharesFollowWeightsAndSavingsCarryOver) {
-    Queue queue(2);
-    QueueAccount account = OpenAccount(&queue.state, &queue.weights);
-    EXPECT_EQ(account.rateSum, 2000u);
-    EXPECT_EQ(account.pool, 2000);
-    EXPECT_EQ(account.weightSum, 0u);
-    EXPECT_EQ(FrameShare(account.pool, 300, 400, 2), 1500u);
-    ChargeFrame(&account, &queue.state, 0, 1400);
-    EXPECT_EQ(account.pool, 600);
-    queue.state.rateCarry = ClampCarry(queue.state.rateCarry, account.rateSum);
-    EXPECT_EQ(queue.state.rateCarry, -400);
-    EXPECT_EQ(OpenAccount(&queue.state, &queue.weights).pool, 1600);
-}
-
 TEST(Budget, SharesAtTheEdges) {
     EXPECT_EQ(FrameShare(-1, 300, 400, 2), 0u);
     EXPECT_EQ(FrameShare(2001, 0, 0, 2), 1000u);
@@ -90,20 +75,6 @@ TEST(Budget, WeightsCountWhatChanged) {
     queue.state.queueKey[2] = 1; // four values in equal parts, all samples, times 3/2
     EXPECT_EQ(FrameWeight(&queue.state, 2), 256u * 2 / 8 * 3 / 2);
     EXPECT_EQ(OpenAccount(&queue.state, &queue.weights).weightSum, 32u + 96);
-}
-
-// Each plane against its own predecessor.
-TEST(Budget, WeightsTakeThePlanesOfTheMovie) {
-    for (const uint32_t flags : {0u, FLAG_GREY, FLAG_ALPHA, FLAG_GREY | FLAG_ALPHA}) {
-        Queue queue(1, flags);
-        VornMakeState& state = queue.state;
-        for (int i = 0; i < 64; i++) state.queueCr[0][i] = i % 2 ? 50 : 100;                     // 8 bytes
-        for (int i = 0; i < 64; i++) state.queueCb[0][i] = static_cast<uint8_t>(3 + i / 16 * 3); // 16 bytes
-        for (int i = 0; i < 256; i++) state.queueAlpha[0][i] = i % 2 ? 50 : 100;                 // 32 bytes
-        for (int i = 0; i < 256; i++) state.queueY[0][i] = state.previousY[i] = i % 2 ? 50 : 100;
-        const uint32_t chroma = flags & FLAG_GREY ? 0 : 24;
-        EXPECT_EQ(FrameWeight(&state, 0), chroma + (flags & FLAG_ALPHA ? 32 : 0)) << flags;
-    }
 }
 
 TEST(Budget, SoundIsReckonedByItsTallies) {

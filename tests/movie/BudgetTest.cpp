@@ -41,6 +41,21 @@ struct Queue {
 
 } // namespace
 
+// Two frames of 300 and 100 under targets of 1000 each; the first comes out 100 bytes below its share.
+TEST(Budget, SharesFollowWeightsAndSavingsCarryOver) {
+    Queue queue(2);
+    QueueAccount account = OpenAccount(&queue.state, &queue.weights);
+    EXPECT_EQ(account.rateSum, 2000u);
+    EXPECT_EQ(account.pool, 2000);
+    EXPECT_EQ(account.weightSum, 0u);
+    EXPECT_EQ(FrameShare(account.pool, 300, 400, 2), 1500u);
+    ChargeFrame(&account, &queue.state, 0, 1400);
+    EXPECT_EQ(account.pool, 600);
+    queue.state.rateCarry = ClampCarry(queue.state.rateCarry, account.rateSum);
+    EXPECT_EQ(queue.state.rateCarry, -400);
+    EXPECT_EQ(OpenAccount(&queue.state, &queue.weights).pool, 1600);
+}
+
 TEST(Budget, SharesAtTheEdges) {
     EXPECT_EQ(FrameShare(-1, 300, 400, 2), 0u);
     EXPECT_EQ(FrameShare(2001, 0, 0, 2), 1000u);

@@ -4,11 +4,11 @@
 namespace vorn {
 
 int TryIntraAvx2(DctTrial* trials, const uint8_t* block, const uint8_t* high) {
-    return TryIntra(trials, block, high);
+    return TryIntra<EightColumns>(trials, block, high);
 }
 
 int TryInterAvx2(DctTrial* trials, const uint8_t* src, const int8_t* residual, const uint8_t* moved) {
-    return TryInter(trials, src, residual, moved);
+    return TryInter<EightColumns>(trials, src, residual, moved);
 }
 
 } // namespace vorn

@@ -9,9 +9,8 @@
 
 #include <immintrin.h>
 
-#include "analysis/DctKernels.h"
+#include "analysis/DctTrials.h"
 #include "bitstream/TransformVector.h"
-#include "format/QuantiserTables.h"
 
 namespace vorn {
 namespace {
@@ -62,15 +61,6 @@ static inline PackedColumns ColumnsOfHigh(const uint8_t* high, int row, int colu
     }
     Turn(&x);
     return PackColumns(&x);
-}
-
-static inline __m256i Sad(PackedColumns a, PackedColumns b) {
-    return _mm256_add_epi64(_mm256_sad_epu8(a.first, b.first), _mm256_sad_epu8(a.second, b.second));
-}
-
-static inline uint32_t AddLanes(__m256i sums) {
-    const __m128i half = _mm_add_epi64(_mm256_castsi256_si128(sums), _mm256_extracti128_si256(sums, 1));
-    return (uint32_t)(_mm_cvtsi128_si32(half) + _mm_extract_epi16(half, 4));
 }
 
 // Coefficients for QuantiseRow, and the odd ones of each row in even places, for products of 64 bits.
@@ -159,126 +149,89 @@ struct Quantised {
     bool halfColumns; // the last four columns are
 };
 
-static inline void StartQuantised(Quantised* out) {
-    for (int i = 4; i < 8; i++) out->rows.v[i] = _mm256_setzero_si256();
-    out->halfRows = false;
-    out->halfColumns = false;
-}
-
 // How many bytes of 16 words in two vectors are 0, and other 32 bytes whose words are.
 static inline uint32_t CountZeros(__m256i a, __m256i b) {
     const __m256i equal = _mm256_cmpeq_epi8(_mm256_packs_epi16(a, b), _mm256_setzero_si256());
     return (uint32_t)__builtin_popcount((uint32_t)_mm256_movemask_epi8(equal));
 }
 
-template <bool HALF>
-static inline void QuantiseRows(Quantised* out, const Coefficients* coefficients, const uint32_t* factors, bool inter) {
-    constexpr int ROWS = HALF ? 4 : 8;
-    for (int i = 0; i < ROWS; i++) out->rows.v[i] = QuantiseRow(coefficients, i, factors);
-    // The stream has no room for a DC of -1024.
-    if (inter && _mm_cvtsi128_si32(_mm256_castsi256_si128(out->rows.v[0])) == -1024) {
-        out->rows.v[0] = _mm256_add_epi32(out->rows.v[0], _mm256_setr_epi32(1, 0, 0, 0, 0, 0, 0, 0));
-    }
-    const __m256i zero = _mm256_setzero_si256();
-    Eight sizes;
-    for (int i = 0; i < ROWS; i++) sizes.v[i] = _mm256_abs_epi32(out->rows.v[i]);
-    sizes.v[0] = _mm256_blend_epi32(sizes.v[0], zero, 1); // without the DC
-    __m256i pairs[4] = {zero, zero, zero, zero}, words[4];
-    for (int i = 0; i < ROWS / 2; i++) {
-        pairs[i] = _mm256_or_si256(sizes.v[2 * i], sizes.v[2 * i + 1]);
-        words[i] = _mm256_packs_epi32(sizes.v[2 * i], sizes.v[2 * i + 1]);
-    }
-    const uint32_t zeros = CountZeros(words[0], words[1]) + (HALF ? 32 : CountZeros(words[2], words[3]));
-    const __m256i last = _mm256_or_si256(pairs[2], pairs[3]);
-    const __m256i all = _mm256_or_si256(_mm256_or_si256(pairs[0], pairs[1]), last);
-    const __m128i lastColumns = _mm256_extracti128_si256(all, 1);
-    out->hasAc = zeros < 64;
-    out->acBits = StringBits(GroupLengths(pairs), 64 - zeros);
-    out->halfRows = HALF || _mm256_testz_si256(last, last);
-    out->halfColumns = _mm_testz_si128(lastColumns, lastColumns);
-}
+struct EightColumns {
+    using Coefficients = vorn::Coefficients;
+    using Quantised = vorn::Quantised;
+    using Samples = PackedColumns;
 
-static inline void Quantise(Quantised* out, const Coefficients* coefficients, const uint32_t* factors, bool inter) {
-    if (out->halfRows)
-        QuantiseRows<true>(out, coefficients, factors, inter);
-    else
-        QuantiseRows<false>(out, coefficients, factors, inter);
-}
-
-template <bool HALF_ROWS, bool HALF_COLUMNS>
-static inline PackedColumns ShowSome(const Eight* quantised, const uint32_t* factors) {
-    Eight x;
-    for (int i = 0; i < (HALF_ROWS ? 4 : 8); i++) {
-        const __m256i factor = _mm256_loadu_si256((const __m256i*)(factors + 8 * i));
-        x.v[i] = _mm256_srai_epi32(_mm256_mullo_epi32(quantised->v[i], factor), 11);
+    static void Transform(Coefficients* out, const uint8_t* samples) {
+        for (int i = 0; i < 8; i++) {
+            out->rows.v[i] = _mm256_cvtepu8_epi32(_mm_loadl_epi64((const __m128i*)(samples + 8 * i)));
+        }
+        Forward(&out->rows);
+        TakeOdd(out);
     }
-    InversePass<HALF_ROWS>(&x);
-    if (HALF_COLUMNS)
-        TurnFirstColumns(&x);
-    else
-        Turn(&x);
-    InversePass<HALF_COLUMNS>(&x);
-    const __m256i round = _mm256_set1_epi32(127), byte = _mm256_set1_epi32(0xff);
-    for (int i = 0; i < 8; i++) x.v[i] = _mm256_and_si256(_mm256_srli_epi32(Add(x.v[i], round), 8), byte);
-    return PackColumns(&x);
-}
-
-// What a decoder shows, modulo 256, as columns.
-static inline PackedColumns ShowColumns(const Quantised* quantised, const uint32_t* factors) {
-    if (!quantised->halfRows) return ShowSome<false, false>(&quantised->rows, factors);
-    if (!quantised->halfColumns) return ShowSome<true, false>(&quantised->rows, factors);
-    return ShowSome<true, true>(&quantised->rows, factors);
-}
-
-static inline int TryIntra(DctTrial* trials, const uint8_t* block, const uint8_t* high) {
-    Coefficients coefficients;
-    for (int i = 0; i < 8; i++) {
-        coefficients.rows.v[i] = _mm256_cvtepu8_epi32(_mm_loadl_epi64((const __m128i*)(block + 8 * i)));
+    static void Transform(Coefficients* out, const int8_t* residuals) {
+        for (int i = 0; i < 8; i++) {
+            out->rows.v[i] = _mm256_cvtepi8_epi32(_mm_loadl_epi64((const __m128i*)(residuals + 8 * i)));
+        }
+        Forward(&out->rows);
+        TakeOdd(out);
     }
-    Forward(&coefficients.rows);
-    TakeOdd(&coefficients);
-    PackedColumns samples[4];
-    const int sampleSets = high == nullptr ? 1 : 4;
-    if (high == nullptr)
-        samples[0] = ColumnsOf(block);
-    else
-        for (int i = 0; i < 4; i++) samples[i] = ColumnsOfHigh(high, i / 2, i % 2);
-    int count = 0;
-    Quantised quantised;
-    StartQuantised(&quantised);
-    for (; count < QUANTISERS; count++) {
-        Quantise(&quantised, &coefficients, INTRA_QUANTISERS.quantise[count], false);
-        if (!quantised.hasAc) break;
-        const PackedColumns shown = ShowColumns(&quantised, INTRA_QUANTISERS.dequantise[count]);
-        __m256i error = Sad(shown, samples[0]);
-        for (int i = 1; i < sampleSets; i++) error = _mm256_add_epi64(error, Sad(shown, samples[i]));
-        trials[count] = {quantised.acBits, AddLanes(error)};
+    static Samples Take(const uint8_t* block) { return ColumnsOf(block); }
+    static Samples TakeHigh(const uint8_t* high, int row, int column) { return ColumnsOfHigh(high, row, column); }
+    static Samples AddSamples(Samples a, Samples b) {
+        return {_mm256_add_epi8(a.first, b.first), _mm256_add_epi8(a.second, b.second)};
     }
-    return count;
-}
-
-static inline int TryInter(DctTrial* trials, const uint8_t* src, const int8_t* residual, const uint8_t* moved) {
-    Coefficients coefficients;
-    for (int i = 0; i < 8; i++) {
-        coefficients.rows.v[i] = _mm256_cvtepi8_epi32(_mm_loadl_epi64((const __m128i*)(residual + 8 * i)));
+    template <bool HALF>
+    static void QuantiseRows(Quantised* out, const Coefficients* coefficients, const uint32_t* factors, bool inter) {
+        constexpr int ROWS = HALF ? 4 : 8;
+        for (int i = 0; i < ROWS; i++) out->rows.v[i] = QuantiseRow(coefficients, i, factors);
+        // The stream has no room for a DC of -1024.
+        if (inter && _mm_cvtsi128_si32(_mm256_castsi256_si128(out->rows.v[0])) == -1024) {
+            out->rows.v[0] = _mm256_add_epi32(out->rows.v[0], _mm256_setr_epi32(1, 0, 0, 0, 0, 0, 0, 0));
+        }
+        const __m256i zero = _mm256_setzero_si256();
+        Eight sizes;
+        for (int i = 0; i < ROWS; i++) sizes.v[i] = _mm256_abs_epi32(out->rows.v[i]);
+        sizes.v[0] = _mm256_blend_epi32(sizes.v[0], zero, 1); // without the DC
+        __m256i pairs[4] = {zero, zero, zero, zero}, words[4];
+        for (int i = 0; i < ROWS / 2; i++) {
+            pairs[i] = _mm256_or_si256(sizes.v[2 * i], sizes.v[2 * i + 1]);
+            words[i] = _mm256_packs_epi32(sizes.v[2 * i], sizes.v[2 * i + 1]);
+        }
+        const uint32_t zeros = CountZeros(words[0], words[1]) + (HALF ? 32 : CountZeros(words[2], words[3]));
+        const __m256i last = _mm256_or_si256(pairs[2], pairs[3]);
+        const __m256i all = _mm256_or_si256(_mm256_or_si256(pairs[0], pairs[1]), last);
+        const __m128i lastColumns = _mm256_extracti128_si256(all, 1);
+        out->hasAc = zeros < 64;
+        out->acBits = StringBits(GroupLengths(pairs), 64 - zeros);
+        out->halfRows = HALF || _mm256_testz_si256(last, last);
+        out->halfColumns = _mm_testz_si128(lastColumns, lastColumns);
     }
-    Forward(&coefficients.rows);
-    TakeOdd(&coefficients);
-    const PackedColumns samples = ColumnsOf(src);
-    const PackedColumns base = ColumnsOf(moved);
-    int count = 0;
-    bool hasAc = true;
-    Quantised quantised;
-    StartQuantised(&quantised);
-    while (hasAc && count < QUANTISERS) {
-        Quantise(&quantised, &coefficients, INTER_QUANTISERS.quantise[count], true);
-        hasAc = quantised.hasAc;
-        PackedColumns shown = ShowColumns(&quantised, INTER_QUANTISERS.dequantise[count]);
-        shown = {_mm256_add_epi8(shown.first, base.first), _mm256_add_epi8(shown.second, base.second)};
-        trials[count++] = {quantised.acBits, AddLanes(Sad(shown, samples))};
+    template <bool HALF_ROWS, bool HALF_COLUMNS>
+    static Samples ShowSome(const Quantised* quantised, const Coefficients*, const uint32_t* factors) {
+        Eight x;
+        for (int i = 0; i < (HALF_ROWS ? 4 : 8); i++) {
+            const __m256i factor = _mm256_loadu_si256((const __m256i*)(factors + 8 * i));
+            x.v[i] = _mm256_srai_epi32(_mm256_mullo_epi32(quantised->rows.v[i], factor), 11);
+        }
+        InversePass<EightLanes, HALF_ROWS>(x.v);
+        if (HALF_COLUMNS)
+            TurnFirstColumns(&x);
+        else
+            Turn(&x);
+        InversePass<EightLanes, HALF_COLUMNS>(x.v);
+        const __m256i round = _mm256_set1_epi32(127), byte = _mm256_set1_epi32(0xff);
+        for (int i = 0; i < 8; i++)
+            x.v[i] = _mm256_and_si256(_mm256_srli_epi32(_mm256_add_epi32(x.v[i], round), 8), byte);
+        return PackColumns(&x);
     }
-    return count;
-}
+    static __m256i Sad(Samples a, Samples b) {
+        return AddSums(_mm256_sad_epu8(a.first, b.first), _mm256_sad_epu8(a.second, b.second));
+    }
+    static __m256i AddSums(__m256i a, __m256i b) { return _mm256_add_epi64(a, b); }
+    static uint32_t Total(__m256i sums) {
+        const __m128i half = _mm_add_epi64(_mm256_castsi256_si128(sums), _mm256_extracti128_si256(sums, 1));
+        return (uint32_t)(_mm_cvtsi128_si32(half) + _mm_extract_epi16(half, 4));
+    }
+};
 
 } // namespace
 } // namespace vorn

@@ -41,12 +41,12 @@ static inline void Show(uint8_t* shown, const Eight* quantised, const uint32_t* 
         const __m256i factor = _mm256_loadu_si256((const __m256i*)(factors + 8 * i));
         x.v[i] = _mm256_srai_epi32(_mm256_mullo_epi32(quantised->v[i], factor), 11);
     }
-    InversePass<false>(&x);
+    InversePass<EightLanes, false>(x.v);
     Turn(&x);
-    InversePass<false>(&x);
+    InversePass<EightLanes, false>(x.v);
     Turn(&x);
     const __m256i round = _mm256_set1_epi32(127), byte = _mm256_set1_epi32(0xff);
-    for (int i = 0; i < 8; i++) x.v[i] = _mm256_and_si256(_mm256_srli_epi32(Add(x.v[i], round), 8), byte);
+    for (int i = 0; i < 8; i++) x.v[i] = _mm256_and_si256(_mm256_srli_epi32(_mm256_add_epi32(x.v[i], round), 8), byte);
     const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
     for (int i = 0; i < 8; i += 4) {
         const __m256i upper = _mm256_packus_epi32(x.v[i], x.v[i + 1]),

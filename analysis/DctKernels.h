@@ -17,12 +17,14 @@ struct DctTrial {
 // half-scale block is measured on.
 using TryIntraKernel = int (*)(DctTrial* trials, const uint8_t* block, const uint8_t* high);
 int TryIntraPlain(DctTrial* trials, const uint8_t* block, const uint8_t* high);
+int TryIntraSse2(DctTrial* trials, const uint8_t* block, const uint8_t* high);
 int TryIntraAvx2(DctTrial* trials, const uint8_t* block, const uint8_t* high);
 int TryIntraAvx512(DctTrial* trials, const uint8_t* block, const uint8_t* high);
 
 // Inter: stops behind the first quantiser that leaves no AC.
 using TryInterKernel = int (*)(DctTrial* trials, const uint8_t* src, const int8_t* residual, const uint8_t* moved);
 int TryInterPlain(DctTrial* trials, const uint8_t* src, const int8_t* residual, const uint8_t* moved);
+int TryInterSse2(DctTrial* trials, const uint8_t* src, const int8_t* residual, const uint8_t* moved);
 int TryInterAvx2(DctTrial* trials, const uint8_t* src, const int8_t* residual, const uint8_t* moved);
 int TryInterAvx512(DctTrial* trials, const uint8_t* src, const int8_t* residual, const uint8_t* moved);
 

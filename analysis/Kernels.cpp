@@ -12,6 +12,8 @@ constexpr AnalysisKernels PLAIN = {false, SearchMotionPlain, TryIntraPlain, TryI
 constexpr AnalysisKernels WithSse2(AnalysisKernels kernels) {
     kernels.wantsAreaSums = true;
     kernels.searchMotion = SearchMotionSse2;
+    kernels.tryIntra = TryIntraSse2;
+    kernels.tryInter = TryInterSse2;
     return kernels;
 }
 constexpr AnalysisKernels WithAvx2(AnalysisKernels kernels) {

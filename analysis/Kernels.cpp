@@ -14,6 +14,7 @@ constexpr AnalysisKernels WithSse2(AnalysisKernels kernels) {
     kernels.searchMotion = SearchMotionSse2;
     kernels.tryIntra = TryIntraSse2;
     kernels.tryInter = TryInterSse2;
+    kernels.listRuns = ListRunsSse2;
     return kernels;
 }
 constexpr AnalysisKernels WithAvx2(AnalysisKernels kernels) {

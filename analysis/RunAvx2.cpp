@@ -1,4 +1,5 @@
 // RunAvx2.cpp - the codings of a block in flat runs, with half a block in a register.
+#include <immintrin.h>
 #include <string.h>
 
 #include "analysis/RunVector.h"
@@ -63,6 +64,8 @@ struct ThirtyTwoLanes {
     static uint64_t Bits(Part low, Part high) {
         return (uint32_t)_mm256_movemask_epi8(low) | (uint64_t)(uint32_t)_mm256_movemask_epi8(high) << 32;
     }
+    // The least of eight words, and above it the place of the first that is it.
+    static uint32_t LeastOfEight(__m128i sums) { return (uint32_t)_mm_cvtsi128_si32(_mm_minpos_epu16(sums)); }
     static uint64_t Equal(Block a, Block b) {
         return Bits(_mm256_cmpeq_epi8(a.parts[0], b.parts[0]), _mm256_cmpeq_epi8(a.parts[1], b.parts[1]));
     }
@@ -77,7 +80,8 @@ struct ThirtyTwoLanes {
         const Part bytes = _mm256_shuffle_epi8(_mm256_set1_epi32((int)lanes), byteOfLane);
         return _mm256_cmpeq_epi8(And(bytes, bitOfLane), bitOfLane);
     }
-    static void Put(Block* b, uint64_t lanes, uint8_t value) {
+    // Lanes from `first` to `first + last`, by their bits.
+    static void Put(Block* b, int, int, uint64_t lanes, uint8_t value) {
         b->parts[0] = _mm256_blendv_epi8(b->parts[0], Set(value), Chosen((uint32_t)lanes));
         b->parts[1] = _mm256_blendv_epi8(b->parts[1], Set(value), Chosen((uint32_t)(lanes >> 32)));
     }

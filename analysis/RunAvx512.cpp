@@ -1,4 +1,6 @@
 // RunAvx512.cpp - the codings of a block in flat runs, with the whole block in one register.
+#include <immintrin.h>
+
 #include "analysis/RunVector.h"
 
 namespace vorn {
@@ -64,11 +66,14 @@ struct SixtyFourLanes {
         const __m512i next = _mm512_min_epu8(_mm512_add_epi8(Numbers(), Set(1)), Set(63));
         return {{_mm512_permutexvar_epi8(next, b.parts[0])}};
     }
+    // The least of eight words, and above it the place of the first that is it.
+    static uint32_t LeastOfEight(__m128i sums) { return (uint32_t)_mm_cvtsi128_si32(_mm_minpos_epu16(sums)); }
     static uint64_t Equal(Block a, Block b) { return _mm512_cmpeq_epi8_mask(a.parts[0], b.parts[0]); }
     static uint64_t EqualTo(Block b, __m128i value) {
         return _mm512_cmpeq_epi8_mask(b.parts[0], _mm512_broadcastb_epi8(value));
     }
-    static void Put(Block* b, uint64_t lanes, uint8_t value) {
+    // Lanes from `first` to `first + last`, by their bits.
+    static void Put(Block* b, int, int, uint64_t lanes, uint8_t value) {
         b->parts[0] = _mm512_mask_set1_epi8(b->parts[0], lanes, (char)value);
     }
     // The least of the chosen lanes, 255 if there is none, in all lanes.

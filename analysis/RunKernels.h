@@ -16,6 +16,8 @@ using ListRunsKernel = int (*)(BlockCandidate* list, const uint8_t* block, const
                                uint32_t runBits);
 int ListRunsPlain(BlockCandidate* list, const uint8_t* block, const uint8_t* high, uint32_t colourBits,
                   uint32_t runBits);
+int ListRunsSse2(BlockCandidate* list, const uint8_t* block, const uint8_t* high, uint32_t colourBits,
+                 uint32_t runBits);
 int ListRunsAvx2(BlockCandidate* list, const uint8_t* block, const uint8_t* high, uint32_t colourBits,
                  uint32_t runBits);
 int ListRunsAvx512(BlockCandidate* list, const uint8_t* block, const uint8_t* high, uint32_t colourBits,

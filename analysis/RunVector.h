@@ -9,7 +9,7 @@
 // threshold; what they take is the wait from each cut to the next.
 #pragma once
 
-#include <immintrin.h>
+#include <emmintrin.h>
 #include <stdint.h>
 
 #include "analysis/RunKernels.h"
@@ -72,7 +72,7 @@ template <class Lanes> static inline uint32_t SmoothestOfEight(const uint8_t* bl
     const __m128i a = FourRoughnesses<Lanes>(block, order);
     const __m128i b = FourRoughnesses<Lanes>(block, order + 4);
     const __m128i sums = _mm_add_epi16(_mm_unpacklo_epi64(a, b), _mm_unpackhi_epi64(a, b));
-    return (uint32_t)_mm_cvtsi128_si32(_mm_minpos_epu16(sums));
+    return Lanes::LeastOfEight(sums);
 }
 
 template <class Lanes> static inline int SmoothestOrder(const uint8_t* block) {
@@ -174,7 +174,7 @@ static inline uint32_t ErrorOfRuns(const typename Lanes::Block& smooth, const ty
             sum = Lanes::AddSums(sum, Lanes::Sad(Lanes::Quadruple(smooth, i), Lanes::Load(samples + i * Lanes::COUNT)));
     }
     const __m128i halves = Lanes::Fold(sum);
-    return (uint32_t)(_mm_cvtsi128_si32(halves) + _mm_extract_epi32(halves, 2));
+    return (uint32_t)(_mm_cvtsi128_si32(halves) + _mm_extract_epi16(halves, 4));
 }
 
 template <class Lanes> static inline uint64_t EqualNeighbours(const typename Lanes::Block& sequence) {
@@ -197,8 +197,8 @@ template <class Lanes> static inline void Recut(RunState<Lanes>* state, const Ru
         const uint64_t behind = first << last << 1; // 0 at the end of the sequence
         const uint64_t samples = behind - first;
         cuts = (cuts & ~samples) | (behind & ~state->starts);
-        Lanes::Put(&state->smooth, samples, tables->medians[last][start]);
-        Lanes::Put(&state->steps, first, tables->steps[last][start]);
+        Lanes::Put(&state->smooth, start, last, samples, tables->medians[last][start]);
+        Lanes::Put(&state->steps, start, 0, first, tables->steps[last][start]);
         state->starts = (state->starts & ~samples) | first;
     } while (cuts != 0);
 }

@@ -17,7 +17,7 @@ uint8_t* StringWords(BitString* string) {
 } // namespace
 
 void StartBlockDataList(BlockDataList* list, Arena* arena) {
-    *list = {nullptr, nullptr, nullptr, arena};
+    *list = {nullptr, nullptr, arena};
 }
 
 void AppendBitString(BlockDataList* list, const uint8_t* words, uint32_t bits) {
@@ -27,22 +27,18 @@ void AppendBitString(BlockDataList* list, const uint8_t* words, uint32_t bits) {
     if (string == nullptr) return;
     *string = {bits, nullptr};
     std::memcpy(StringWords(string), words, bytes);
-    if (list->last == nullptr)
+    if (list->first == nullptr)
         list->first = string;
     else
         list->last->next = string;
     list->last = string;
 }
 
-void RewindBlockData(BlockDataList* list) {
-    list->read = list->first;
-}
-
 void CopyNextBitString(BitWriter* writer, BlockDataList* list) {
-    BitString* string = list->read;
+    BitString* string = list->first;
     if (string == nullptr) return;
     CopyWords(writer, StringWords(string), string->bits);
-    list->read = string->next;
+    list->first = string->next;
 }
 
 } // namespace vorn

@@ -15,17 +15,15 @@ struct BitString {
 };
 
 struct BlockDataList {
-    BitString* first;
+    BitString* first; // next to be copied out
     BitString* last;
-    BitString* read;  // next to be copied out
     Arena* arena;
 };
 
 void StartBlockDataList(BlockDataList* list, Arena* arena);
 // Copies `bits` bits of `words` (whole 32-bit words) in at the back. Dropped, and the arena says so, if there is no room.
 void AppendBitString(BlockDataList* list, const uint8_t* words, uint32_t bits);
-void RewindBlockData(BlockDataList* list);
-// Copies the next string to the stream; nothing if there is none left.
+// Moves the first string to the stream; nothing if there is none left.
 void CopyNextBitString(BitWriter* writer, BlockDataList* list);
 
 } // namespace vorn

@@ -60,26 +60,19 @@ void AppendElement(Bundle* bundle, int32_t value) {
     bundle->currentChunk->elements++;
 }
 
+Repeat NextRepeat(uint32_t type, uint32_t repeats) {
+    if (repeats > 32) return {15, 32};
+    if (repeats > 12) return {14, 12};
+    if (repeats > 8) return {13, 8};
+    if (repeats > 4) return {12, 4};
+    return {type, 1};
+}
+
 void CountRepeats(Bundle* bundle) {
-    uint32_t* counts = bundle->symbolCounts;
-    while (bundle->pendingRepeats != 0) {
-        const uint32_t repeats = bundle->pendingRepeats;
-        if (repeats > 32) {
-            counts[15]++;
-            bundle->pendingRepeats -= 32;
-        } else if (repeats > 12) {
-            counts[14]++;
-            bundle->pendingRepeats -= 12;
-        } else if (repeats > 8) {
-            counts[13]++;
-            bundle->pendingRepeats -= 8;
-        } else if (repeats > 4) {
-            counts[12]++;
-            bundle->pendingRepeats -= 4;
-        } else {
-            counts[bundle->previousValue] += repeats;
-            bundle->pendingRepeats = 0;
-        }
+    while (bundle->pendingRepeats > 0) {
+        const Repeat repeat = NextRepeat(bundle->previousValue, bundle->pendingRepeats);
+        bundle->symbolCounts[repeat.symbol]++;
+        bundle->pendingRepeats -= repeat.covered;
     }
 }
 

@@ -62,6 +62,12 @@ void CreateBundle(Bundle* bundle, Arena* arena, uint32_t width, const BundleShap
 void AppendElement(Bundle* bundle, int32_t value);
 // Turns pendingRepeats into symbol counts.
 void CountRepeats(Bundle* bundle);
+// The symbol that a run of repeats of a block type begins with, 12 to 15 or the type itself, and how many of them it covers.
+struct Repeat {
+    uint32_t symbol;
+    uint32_t covered;
+};
+Repeat NextRepeat(uint32_t type, uint32_t repeats); // repeats is at least 1
 void CloseChunk(Bundle* bundle);
 void FinishBundle(Bundle* bundle);
 

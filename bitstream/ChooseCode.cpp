@@ -25,7 +25,7 @@ struct CodePlan {
     int tree;
     bool listed;
     int depth;            // merged form: passes sent, less one. Listed form: symbols sent, less one
-    uint64_t comparisons; // merged form: the bits of the comparisons, first one lowest
+    uint64_t comparisons; // merged form: the bits of the comparisons, at most 49, first one lowest
     uint32_t comparisonBits;
     uint8_t symbolAt[SYMBOLS]; // symbol of each entry
 };
@@ -181,10 +181,7 @@ void WriteOrder(BitWriter* writer, const CodePlan& plan) {
         return;
     }
     WriteBits(writer, static_cast<uint32_t>(plan.depth), 2);
-    uint64_t bits = plan.comparisons;
-    uint32_t left = plan.comparisonBits;
-    for (; left > 31; left -= 31, bits >>= 31) WriteBits(writer, static_cast<uint32_t>(bits), 31);
-    WriteBits(writer, static_cast<uint32_t>(bits), left);
+    WriteLong(writer, plan.comparisons, plan.comparisonBits);
 }
 
 } // namespace

@@ -65,24 +65,11 @@ void SendZeroChunk(BitWriter* writer) {
     WriteBits(writer, 1, 5);
 }
 
-void SendRepeats(BitWriter* writer, const Bundle* bundle, uint32_t value, uint32_t repeats) {
+void SendRepeats(BitWriter* writer, const Bundle* bundle, uint32_t type, uint32_t repeats) {
     while (repeats > 0) {
-        if (repeats > 32) {
-            SendSymbol(writer, bundle, 15);
-            repeats -= 32;
-        } else if (repeats > 12) {
-            SendSymbol(writer, bundle, 14);
-            repeats -= 12;
-        } else if (repeats > 8) {
-            SendSymbol(writer, bundle, 13);
-            repeats -= 8;
-        } else if (repeats > 4) {
-            SendSymbol(writer, bundle, 12);
-            repeats -= 4;
-        } else {
-            SendSymbol(writer, bundle, value);
-            repeats--;
-        }
+        const Repeat repeat = NextRepeat(type, repeats);
+        SendSymbol(writer, bundle, repeat.symbol);
+        repeats -= repeat.covered;
     }
 }
 

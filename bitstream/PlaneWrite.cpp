@@ -85,8 +85,6 @@ void WriteBlock(PlaneCoder* coder, BitWriter* writer, const BlockRecord* record,
 void WritePlane(PlaneCoder* coder, BitWriter* writer) {
     WriteTables(coder, writer);
     coder->colours.previousValue = 0;
-    for (BlockDataList* list : {&coder->runData, &coder->intraData, &coder->interData, &coder->residueData})
-        RewindBlockData(list);
     const PlaneJob& job = *coder->job;
     const uint32_t columns = job.width / BLOCK_SIDE;
     for (uint32_t row = 0; row < job.height / BLOCK_SIDE; row++) {

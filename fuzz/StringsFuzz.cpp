@@ -36,7 +36,6 @@ std::vector<uint8_t> TakeString(BlockDataList* list, uint32_t* bits) {
     std::vector<uint8_t> room(PAYLOAD_ROOM_BYTES);
     BitWriter writer;
     StartWriter(&writer, room.data(), PAYLOAD_ROOM_BYTES);
-    RewindBlockData(list);
     CopyNextBitString(&writer, list);
     *bits = BitsWritten(&writer);
     PadToWord(&writer);

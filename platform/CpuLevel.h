@@ -16,7 +16,7 @@ constexpr int CPU_LEVELS = 4;
 CpuLevel BestCpuLevel();
 // The level whose twins are used: the best, unless a test or a benchmark chose another while nothing else ran.
 CpuLevel LevelInForce();
-void UseLevel(CpuLevel level);              // the machine must be able to run it
+void UseLevel(CpuLevel level); // the machine must be able to run it
 const char* NameOfCpuLevel(CpuLevel level); // "plain", "sse2", "avx2", "avx512"
 
 } // namespace vorn

@@ -39,8 +39,8 @@ struct TestStrings {
     // The first `count` strings, one behind the other.
     TestStream Copy(int count = 1) {
         TestStream stream;
-        RewindBlockData(&list);
-        for (int i = 0; i < count; i++) CopyNextBitString(&stream.writer, &list);
+        BlockDataList left = list;
+        for (int i = 0; i < count; i++) CopyNextBitString(&stream.writer, &left);
         PadToWord(&stream.writer);
         return stream;
     }

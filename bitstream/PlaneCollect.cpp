@@ -2,7 +2,6 @@
 #include "bitstream/PlaneInternal.h"
 
 #include <cstring>
-#include <initializer_list>
 
 #include "bitstream/CoefficientCoder.h"
 #include "bitstream/RunPatternBlocks.h"
@@ -168,13 +167,10 @@ void CollectHighBlock(PlaneCoder* coder, const BlockPlace& place, uint32_t mode)
 }
 
 void CloseRow(PlaneCoder* coder) {
-    for (Bundle* types : {&coder->blockTypes, &coder->subBlockTypes}) {
-        CountRepeats(types);
-        CloseChunk(types);
+    for (const BundleKind& kind : BUNDLE_KINDS) {
+        CountRepeats(&(coder->*kind.bundle)); // only types have any
+        CloseChunk(&(coder->*kind.bundle));
     }
-    for (Bundle* bundle : {&coder->colours, &coder->patterns, &coder->xOffsets, &coder->yOffsets, &coder->intraDc,
-                           &coder->interDc, &coder->runs})
-        CloseChunk(bundle);
 }
 
 } // namespace

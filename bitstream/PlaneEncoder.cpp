@@ -15,23 +15,10 @@ void SetUp(PlaneCoder* coder, const PlaneJob& job) {
     Arena* arena = &coder->arena;
     coder->job = &job;
     *arena = MakeArena(job.arenaRoom, job.arenaBytes);
-    CreateBundle(&coder->blockTypes, arena, job.width, TYPE_SHAPE);
-    CreateBundle(&coder->subBlockTypes, arena, job.width >> 1, TYPE_SHAPE);
-    CreateBundle(&coder->colours, arena, job.width, COLOUR_SHAPE);
-    CreateBundle(&coder->patterns, arena, job.width, PATTERN_SHAPE);
-    CreateBundle(&coder->xOffsets, arena, job.width, OFFSET_SHAPE);
-    CreateBundle(&coder->yOffsets, arena, job.width, OFFSET_SHAPE);
-    CreateBundle(&coder->intraDc, arena, job.width, INTRA_DC_SHAPE);
-    CreateBundle(&coder->interDc, arena, job.width, INTER_DC_SHAPE);
-    CreateBundle(&coder->runs, arena, job.width, RUN_SHAPE);
+    for (const BundleKind& kind : BUNDLE_KINDS)
+        CreateBundle(&(coder->*kind.bundle), arena, kind.halfWidth ? job.width / 2 : job.width, kind.shape);
     for (BlockDataList* list : {&coder->runData, &coder->intraData, &coder->interData, &coder->residueData})
         StartBlockDataList(list, arena);
-}
-
-void FinishBundles(PlaneCoder* coder) {
-    for (Bundle* bundle : {&coder->blockTypes, &coder->subBlockTypes, &coder->colours, &coder->patterns,
-                           &coder->xOffsets, &coder->yOffsets, &coder->intraDc, &coder->interDc, &coder->runs})
-        FinishBundle(bundle);
 }
 
 void Report(CostHistory* history, uint32_t elements, uint32_t bits) {
@@ -60,7 +47,7 @@ uint32_t EncodePlane(const PlaneJob& job) {
     SetUp(&coder, job);
     CollectPlane(&coder);
     if (coder.arena.exhausted) return 0;
-    FinishBundles(&coder);
+    for (const BundleKind& kind : BUNDLE_KINDS) FinishBundle(&(coder.*kind.bundle));
     BitWriter writer;
     StartWriter(&writer, job.output, job.outputBytes);
     WritePlane(&coder, &writer);
@@ -99,15 +86,13 @@ uint64_t PlaneStreamBound(uint32_t width, uint32_t height) {
 //             colours, a string of 52 bits. Their chunk headers and roundings (below 32 bytes for 512 elements) add 4 at most.
 uint64_t PlaneArenaBound(uint32_t width, uint32_t height) {
     constexpr uint32_t BLOCK_BYTES = 140;
-    constexpr BundleShape SHAPES[] = {TYPE_SHAPE,   TYPE_SHAPE,     COLOUR_SHAPE,   PATTERN_SHAPE, OFFSET_SHAPE,
-                                      OFFSET_SHAPE, INTRA_DC_SHAPE, INTER_DC_SHAPE, RUN_SHAPE};
     const uint32_t columns = width / BLOCK_SIDE;
     const uint32_t rows = height / BLOCK_SIDE;
     uint64_t lastChunks = 0;
     uint64_t rowBits = 0;
-    for (const BundleShape& shape : SHAPES) {
-        lastChunks += ChunkArenaBytes(width, shape);
-        rowBits += uint64_t{columns} * shape.multiplicity * shape.elementBits;
+    for (const BundleKind& kind : BUNDLE_KINDS) {
+        lastChunks += ChunkArenaBytes(width, kind.shape);
+        rowBits += uint64_t{columns} * kind.shape.multiplicity * kind.shape.elementBits;
     }
     return lastChunks + rows * ((rowBits + 7) / 8) + uint64_t{rows} * columns * BLOCK_BYTES;
 }

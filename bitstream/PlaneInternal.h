@@ -7,18 +7,9 @@
 
 namespace vorn {
 
-constexpr BundleShape TYPE_SHAPE = {4, 1, false};
-constexpr BundleShape COLOUR_SHAPE = {8, 64, false};
-constexpr BundleShape PATTERN_SHAPE = {8, 8, false};
-constexpr BundleShape OFFSET_SHAPE = {5, 1, true};
-constexpr BundleShape INTRA_DC_SHAPE = {11, 1, false};
-constexpr BundleShape INTER_DC_SHAPE = {11, 1, true};
-constexpr BundleShape RUN_SHAPE = {4, 48, false};
-
 struct PlaneCoder {
     const PlaneJob* job;
     Arena arena; // all chunks and strings
-    // In the order of their chunks in a row.
     Bundle blockTypes;
     Bundle subBlockTypes; // of 16x16 blocks
     Bundle colours;
@@ -32,6 +23,26 @@ struct PlaneCoder {
     BlockDataList intraData;
     BlockDataList interData;
     BlockDataList residueData;
+};
+
+// What is different about each bundle. They stand in the order of their chunks in a row and of their tables.
+struct BundleKind {
+    Bundle PlaneCoder::*bundle;
+    BundleShape shape;
+    bool halfWidth;                          // a block row has elements for every 16 samples of width, else for every 8
+    void (*chooseCode)(BitWriter*, Bundle*); // null: it has no table
+    void (*writeChunk)(BitWriter*, Bundle*);
+};
+constexpr BundleKind BUNDLE_KINDS[] = {
+    {&PlaneCoder::blockTypes, {4, 1, false}, false, ChooseBundleCode, WriteTypeChunk},
+    {&PlaneCoder::subBlockTypes, {4, 1, false}, true, ChooseBundleCode, WriteTypeChunk},
+    {&PlaneCoder::colours, {8, 64, false}, false, ChooseColourCodes, WriteColourChunk},
+    {&PlaneCoder::patterns, {8, 8, false}, false, ChooseBundleCode, WritePatternChunk},
+    {&PlaneCoder::xOffsets, {5, 1, true}, false, ChooseBundleCode, WriteOffsetChunk},
+    {&PlaneCoder::yOffsets, {5, 1, true}, false, ChooseBundleCode, WriteOffsetChunk},
+    {&PlaneCoder::intraDc, {11, 1, false}, false, nullptr, WriteDcChunk},
+    {&PlaneCoder::interDc, {11, 1, true}, false, nullptr, WriteDcChunk},
+    {&PlaneCoder::runs, {4, 48, false}, false, ChooseBundleCode, WriteRunChunk},
 };
 
 inline BlockRecord* RecordAt(const PlaneJob& job, uint32_t row, uint32_t column) {

@@ -3,33 +3,10 @@
 #include "bitstream/PlaneInternal.h"
 
 #include <cassert>
-#include <initializer_list>
 
 namespace vorn {
 
 namespace {
-
-void WriteTables(PlaneCoder* coder, BitWriter* writer) {
-    ChooseBundleCode(writer, &coder->blockTypes);
-    ChooseBundleCode(writer, &coder->subBlockTypes);
-    ChooseColourCodes(writer, &coder->colours);
-    ChooseBundleCode(writer, &coder->patterns);
-    ChooseBundleCode(writer, &coder->xOffsets);
-    ChooseBundleCode(writer, &coder->yOffsets);
-    ChooseBundleCode(writer, &coder->runs);
-}
-
-void WriteRowChunks(PlaneCoder* coder, BitWriter* writer) {
-    WriteTypeChunk(writer, &coder->blockTypes);
-    WriteTypeChunk(writer, &coder->subBlockTypes);
-    WriteColourChunk(writer, &coder->colours);
-    WritePatternChunk(writer, &coder->patterns);
-    WriteOffsetChunk(writer, &coder->xOffsets);
-    WriteOffsetChunk(writer, &coder->yOffsets);
-    WriteDcChunk(writer, &coder->intraDc);
-    WriteDcChunk(writer, &coder->interDc);
-    WriteRunChunk(writer, &coder->runs);
-}
 
 void Take(Bundle* bundle, uint32_t elements) {
     assert(bundle->remaining >= elements);
@@ -83,12 +60,13 @@ void WriteBlock(PlaneCoder* coder, BitWriter* writer, const BlockRecord* record,
 } // namespace
 
 void WritePlane(PlaneCoder* coder, BitWriter* writer) {
-    WriteTables(coder, writer);
+    for (const BundleKind& kind : BUNDLE_KINDS)
+        if (kind.chooseCode != nullptr) kind.chooseCode(writer, &(coder->*kind.bundle));
     coder->colours.previousValue = 0;
     const PlaneJob& job = *coder->job;
     const uint32_t columns = job.width / BLOCK_SIDE;
     for (uint32_t row = 0; row < job.height / BLOCK_SIDE; row++) {
-        WriteRowChunks(coder, writer);
+        for (const BundleKind& kind : BUNDLE_KINDS) kind.writeChunk(writer, &(coder->*kind.bundle));
         for (uint32_t column = 0; column < columns; column++) {
             const BlockRecord* record = RecordAt(job, row, column);
             Take(&coder->blockTypes, 1);

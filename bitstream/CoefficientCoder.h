@@ -13,9 +13,13 @@
 namespace vorn {
 
 constexpr uint32_t RESIDUE_HEAD_BITS = 7;      // of the truncation point before a residue string
+constexpr uint32_t RESIDUE_PLANES_BITS = 3;    // of the number of planes, less one, at the start of a residue string
 constexpr uint32_t QUANTISER_BITS = 4;         // of the quantiser index behind a DCT string
 // Room that any one string fits in with certainty, DCT (63 values of up to 15 bits) or residue (64 of up to 8).
 constexpr uint32_t PAYLOAD_ROOM_BYTES = 512;
+
+// A number modulo 256, from -128 to 127.
+constexpr int8_t Wrapped(int value) { return static_cast<int8_t>(static_cast<uint8_t>(value)); }
 
 // Writes the 63 AC values of 64 signed quantised coefficients in block order; coefficient 0 is not read.
 void WriteCoefficients(BitWriter* writer, const int16_t* coefficients);

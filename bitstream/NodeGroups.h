@@ -23,9 +23,8 @@ constexpr int TREE_ROOM = 16; // nodes of a list but for those that wait: up to 
 
 // Where the four of a group go, by those that show: bit i for the i-th.
 struct GroupOrder {
-    uint32_t showing; // places in the group of those that show, the first one in the lowest byte
-    uint32_t
-        waiting; // of the others, the first one in the highest byte: the last to join is the first of the next pass
+    uint32_t showing;  // places in the group of those that show, the first one in the lowest byte
+    uint32_t waiting;  // of the others, the first one in the highest byte: the last to join is the next pass's first
     uint8_t showCount; // how many show
 };
 
@@ -74,6 +73,14 @@ inline uint64_t BitOfEach(const uint8_t bytes[BLOCK_SAMPLES], uint32_t bit) {
     for (int i = 0; i < BLOCK_SAMPLES; i++) found |= uint64_t(bytes[i] >> bit & 1) << i;
 #endif
     return found;
+}
+
+// How many bits are set.
+inline uint32_t CountOnes(uint64_t word) {
+    word -= word >> 1 & 0x5555555555555555;
+    word = (word & 0x3333333333333333) + (word >> 2 & 0x3333333333333333);
+    word = (word + (word >> 4)) & 0x0f0f0f0f0f0f0f0f;
+    return static_cast<uint32_t>(word * 0x0101010101010101 >> 56);
 }
 
 } // namespace vorn

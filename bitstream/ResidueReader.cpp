@@ -5,12 +5,6 @@ namespace vorn {
 
 namespace {
 
-constexpr uint32_t RESIDUE_PLANES_BITS = 3;
-
-int8_t Wrapped(int value) {
-    return static_cast<int8_t>(static_cast<uint8_t>(value));
-}
-
 void ChangeValue(ResidueReader* reader, int position, int value) {
     reader->position = position;
     reader->before = reader->values[position];

@@ -13,7 +13,6 @@ namespace vorn {
 
 namespace {
 
-constexpr uint32_t RESIDUE_PLANES_BITS = 3;
 constexpr uint32_t EIGHT_PLANES = 8;
 
 // What is sent for a group that opens, by those of the four that show and by the signs of the four: a bit for each, and one for
@@ -63,17 +62,6 @@ struct ResidueCut {
     uint32_t firstShown; // values that had shown before that plane,
     uint32_t endShown;   // and up to the event
 };
-
-int8_t Wrapped(int value) {
-    return static_cast<int8_t>(static_cast<uint8_t>(value));
-}
-
-uint32_t CountOnes(uint64_t mask) {
-    mask -= mask >> 1 & 0x5555555555555555u;
-    mask = (mask & 0x3333333333333333u) + (mask >> 2 & 0x3333333333333333u);
-    mask = (mask + (mask >> 4)) & 0x0f0f0f0f0f0f0f0fu;
-    return static_cast<uint32_t>(mask * 0x0101010101010101u >> 56);
-}
 
 void WalkResidual(WalkedResidual* walked, const int8_t* residual) {
     uint8_t values[BLOCK_SAMPLES];

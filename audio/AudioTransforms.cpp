@@ -16,7 +16,7 @@ namespace vorn {
 struct TransformTables {
     uint32_t n;      // points of the real transform
     uint32_t points; // n / 2, points of the complex one
-    uint32_t unused[2];
+    uint32_t unused[2]; // so that the floats behind lie at a multiple of 16 bytes
     // stages  for each radix-4 stage of `size` points, from size = points down to 8: six arrays of size / 4 floats,
     //         cosine and sine of p, 2p and 3p times 2 pi / size. A stage of 4 points needs none
     // split   two arrays of points / 2: (1 - sin) / 2 and cos / 2 of 2 pi k / n

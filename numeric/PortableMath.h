@@ -1,5 +1,5 @@
-// PortableMath.h - the few functions whose last bit differs between C libraries, from additions, multiplications,
-// divisions and square roots alone, so that one input gives one result on every machine.
+// PortableMath.h - the few functions whose last bit differs between C libraries, from additions, multiplications
+// and divisions alone, so that one input gives one result on every machine.
 // Double precision; errors stay within a few units of the last place, and exact powers give exact results.
 #pragma once
 

@@ -10,7 +10,7 @@ namespace {
 
 constexpr int MANTISSA_BITS = 23;
 
-// Bits of a magnitude of `halves` halves, rounded to whole numbers with ties to even.
+// Bits of mantissa / 2^shift, rounded to a whole number with ties to even.
 int BitsOfRounded(uint64_t mantissa, int shift) {
     const uint64_t whole = mantissa >> shift, part = mantissa - (whole << shift);
     const uint64_t half = shift > 0 ? uint64_t(1) << (shift - 1) : 1;

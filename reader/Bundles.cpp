@@ -184,10 +184,6 @@ void ReadChunk(BitSource& bits, Reporter& report, Bundles* bundles, int id, uint
 
 } // namespace
 
-const char* BundleName(int bundle) {
-    return bundle >= 0 && bundle < BUNDLES ? KINDS[bundle].name : "";
-}
-
 void PrepareBundles(uint32_t width, Bundles* bundles) {
     for (int id = 0; id < BUNDLES; id++) {
         const uint32_t blocksOfRow = (KINDS[id].halfWidth ? width >> 1 : width) >> 3;

@@ -53,7 +53,6 @@ template <class Read> uint8_t CountPayload(PlaneWalk& walk, PayloadId payload, R
     const uint64_t start = walk.bits.Position();
     const uint32_t detail = read();
     walk.plane.statistics.payloadBits[payload] += uint32_t(walk.bits.Position() - start);
-    walk.plane.statistics.payloadCount[payload]++;
     return uint8_t(detail);
 }
 

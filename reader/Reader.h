@@ -60,8 +60,7 @@ constexpr uint64_t MOST_PLANE_SAMPLES = uint64_t(1) << 26;
 
 struct MovieOptions {
     uint64_t offset = 0; // where the movie starts in the file; above 0 other things may follow it
-    bool growing =
-        false; // flushed but not closed: bytes may follow the last frame, and its end word may bear a key bit
+    bool growing = false; // flushed, not closed: bytes may follow the last frame, and its end word may bear a key bit
 };
 
 struct Track {
@@ -133,7 +132,6 @@ enum BundleId {
     RUNS,
     BUNDLES
 };
-const char* BundleName(int bundle);
 enum PayloadId { RUN_DATA, INTRA_DATA, INTER_DATA, RESIDUE_DATA, PAYLOADS };
 constexpr int TABLES = 23; // blockTypes, subBlockTypes, 17 of colours, patterns, xOffsets, yOffsets, runs
 
@@ -144,7 +142,6 @@ struct PlaneStatistics {
     uint32_t elements[BUNDLES];     // in these chunks
     uint32_t bundleBits[BUNDLES];   // of these chunks, counts included
     uint32_t payloadBits[PAYLOADS]; // bit strings of blocks
-    uint32_t payloadCount[PAYLOADS];
     uint32_t tableBits;
     uint32_t paddingBits;
     uint8_t trees[TABLES]; // tree number of each table, in stream order

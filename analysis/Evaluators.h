@@ -49,7 +49,8 @@ int ResidueCandidates(BlockCandidate* list, const uint8_t* src, const int8_t* re
 int ResidueCandidatesPlain(BlockCandidate* list, const uint8_t* src, const int8_t* residual, const uint8_t* moved,
                            uint32_t motionBits);
 
-// 16x16 blocks, the same evaluators at half scale: `high` 256 samples, 16 a row; `half` the block at half scale; errors are measured on all 256.
+// 16x16 blocks, the same evaluators at half scale: `high` 256 samples, 16 a row; `half` the block at half scale; errors are
+// measured on all 256.
 uint32_t SadHighBlock(const uint8_t* half, const uint8_t* high);
 int HighPatternCandidates(BlockCandidate* list, const uint8_t* high, const uint8_t* half, uint32_t colourBits,
                           uint32_t patternBits);

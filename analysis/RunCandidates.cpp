@@ -11,9 +11,6 @@ namespace vorn {
 
 namespace {
 
-constexpr uint32_t SCAN_ORDER_BITS = 4 * 256; // 1/256 bit: the number of the scan order
-constexpr uint32_t SEGMENT_BITS = 256;        // 1/256 bit: the kind of a segment
-
 // What it takes to follow a sequence: the sum of its steps, and one for each step that isn't flat.
 uint32_t Roughness(const uint8_t* sequence) {
     uint32_t sum = 0;
@@ -53,7 +50,7 @@ uint32_t RunCost(const uint8_t* smooth, uint32_t colourBits, uint32_t runBits) {
         start += segment.length;
     }
     if (start == BLOCK_SAMPLES - 1) colours++; // the last sample alone: a colour and nothing else
-    return SCAN_ORDER_BITS + segments * (runBits + SEGMENT_BITS) + colours * colourBits;
+    return RUN_ORDER_BITS + segments * (runBits + RUN_KIND_BITS) + colours * colourBits;
 }
 
 // Error of a simplified sequence: against the scanned block itself, or at half scale against `high`'s 256 samples.

@@ -8,6 +8,9 @@ namespace vorn {
 
 struct BlockCandidate;
 
+constexpr uint32_t RUN_ORDER_BITS = 4 * 256; // 1/256 bit: the number of the scan order
+constexpr uint32_t RUN_KIND_BITS = 256;      // 1/256 bit: the kind of a segment
+
 // Chooses the smoothest scan order of `block`, the first among equals, and fills one candidate a threshold, from 0 up,
 // every threshold at which the runs change. Returns how many: at least 1, at most 256; `list` has room for all 256.
 //   high                 if not null, the 256 samples that the error of a half-scale block is measured on

@@ -4,11 +4,10 @@
 
 #include <stdint.h>
 
+#include "analysis/RunKernels.h"
+
 namespace vorn {
 namespace {
-
-constexpr uint32_t RUN_ORDER_BITS = 4 * 256; // 1/256 bit: the number of the scan order
-constexpr uint32_t RUN_KIND_BITS = 256;      // 1/256 bit: the kind of a segment
 
 // Bit i is set if bits i .. i + 15 of `mask` are.
 static inline uint64_t SixteenSet(uint64_t mask) {

@@ -1,4 +1,4 @@
-// Sound.cpp - see Sound.h.
+// Sound.cpp - which samples does a file of sound hold, and does it hold all that it promises?
 #include "tools/Sound.h"
 
 #include <algorithm>
@@ -15,11 +15,14 @@
 #include "tools/Exit.h"
 #include "tools/Input.h"
 #include "tools/Text.h"
+#include "tools/Words.h"
 
 namespace vorn {
 
+namespace {
+
 // Takes ",KEY=NUMBER" items off the end of a text for as long as there are any; a comma may stand in a file's name as well.
-static SoundOption ParseItems(const std::string& option, const std::string& text, SoundOption sound, bool withId) {
+SoundOption ParseItems(const std::string& option, const std::string& text, SoundOption sound, bool withId) {
     std::string rest = text;
     for (;;) {
         const size_t comma = rest.rfind(',');
@@ -41,77 +44,32 @@ static SoundOption ParseItems(const std::string& option, const std::string& text
     return sound;
 }
 
-SoundOption ParseAudioOption(const std::string& text, uint32_t id) {
-    SoundOption sound;
-    sound.id = id;
-    return ParseItems("--audio", text, sound, true);
-}
-
-SoundOption ParseTrackOption(const std::string& text) {
-    const size_t equals = text.find('=');
-    uint64_t id = 0;
-    if (equals == std::string::npos || !ParseNumber(std::string_view(text).substr(0, equals), UINT32_MAX, &id))
-        throw Failure{EXIT_USAGE, fmt::format("--track {}: ID=FILE[,quality=N] is wanted", text)};
-    SoundOption sound;
-    sound.id = static_cast<uint32_t>(id);
-    return ParseItems("--track", text.substr(equals + 1), sound, false);
-}
-
-void CheckSoundOptions(const std::string& option, const std::vector<SoundOption>& sounds,
-                       const std::vector<std::string>& pictures) {
-    bool taken = std::any_of(pictures.begin(), pictures.end(), IsStandardInput);
-    std::map<uint32_t, std::string> names; // by id
-    for (const SoundOption& sound : sounds) {
-        const auto [place, isNew] = names.emplace(sound.id, sound.name);
-        if (!isNew)
-            throw Failure{EXIT_USAGE, fmt::format("{} {}: id {} belongs to {} already", option, sound.name, sound.id,
-                                                  place->second)};
-        if (sound.name != "-") continue;
-        if (taken) throw Failure{EXIT_USAGE, fmt::format("{} -: standard input can be named only once", option)};
-        taken = true;
-    }
-}
-
 // How many frames of sound a file promises, found without the library that decodes it: that one cuts its own promise down to
 // what is there. Nothing if the head doesn't say.
-static std::optional<uint64_t> PromisedFrames(const std::string& name) {
-    FILE* file = std::fopen(name.c_str(), "rb");
-    if (file == nullptr) return {};
-    const auto little = [](const uint8_t* b) {
-        return uint32_t(b[0]) | uint32_t(b[1]) << 8 | uint32_t(b[2]) << 16 | uint32_t(b[3]) << 24;
-    };
-    std::optional<uint64_t> promised;
+std::optional<uint64_t> PromisedFrames(const std::string& name) {
+    struct stat info = {};
+    if (name == "-" || stat(name.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return {}; // a pipe would lose it
+    const ByteInput file(name);
     uint8_t head[12];
-    uint8_t chunk[24];
+    if (file.Peek(0, head, 12) != 12 || std::memcmp(head + 8, "WAVE", 4) != 0) return {};
     uint32_t frameBytes = 0;
     uint64_t longData = 0; // of a file over 4 GiB
-    if (std::fread(head, 1, 12, file) == 12 && std::memcmp(head + 8, "WAVE", 4) == 0) {
-        while (std::fread(chunk, 1, 8, file) == 8) {
-            const uint32_t size = little(chunk + 4);
-            const bool isFormat = std::memcmp(chunk, "fmt ", 4) == 0;
-            const bool isLong = std::memcmp(chunk, "ds64", 4) == 0;
-            if (std::memcmp(chunk, "data", 4) == 0) {
-                const uint64_t bytes = size == UINT32_MAX ? longData : size;
-                if (frameBytes != 0 && bytes != 0) promised = bytes / frameBytes;
-                break;
-            }
-            long skip = static_cast<long>(size) + size % 2;
-            if ((isFormat && size >= 16) || (isLong && size >= 16)) {
-                if (std::fread(chunk, 1, 16, file) != 16) break;
-                if (isFormat)
-                    frameBytes = little(chunk + 12) & 0xffff;
-                else
-                    longData = little(chunk + 8) | uint64_t(little(chunk + 12)) << 32;
-                skip -= 16;
-            }
-            if (std::fseek(file, skip, SEEK_CUR) != 0) break;
+    uint8_t chunk[24];     // its head of 8 bytes, and what comes first in it
+    for (uint64_t at = 12; file.Peek(at, chunk, 8) == 8;) {
+        const uint32_t size = WordAt(chunk + 4);
+        if (std::memcmp(chunk, "data", 4) == 0) {
+            const uint64_t bytes = size == UINT32_MAX ? longData : size;
+            if (frameBytes == 0 || bytes == 0) return {};
+            return bytes / frameBytes;
         }
+        const bool whole = size >= 16 && file.Peek(at, chunk, 24) == 24;
+        if (whole && std::memcmp(chunk, "fmt ", 4) == 0) frameBytes = WordAt(chunk + 20) & 0xffff;
+        if (whole && std::memcmp(chunk, "ds64", 4) == 0)
+            longData = WordAt(chunk + 16) | uint64_t(WordAt(chunk + 20)) << 32;
+        at += 8 + uint64_t(size) + size % 2;
     }
-    std::fclose(file);
-    return promised;
+    return {};
 }
-
-namespace {
 
 class LibrarySound : public SoundSource {
 public:
@@ -230,7 +188,49 @@ private:
     uint64_t came = 0;     // frames
 };
 
+// The library's callback: `user` is the source.
+uint32_t ReadForLibrary(void*, uintptr_t user, void* buffer, uint32_t bytes) noexcept {
+    auto* source = reinterpret_cast<SoundSource*>(user);
+    try {
+        return static_cast<uint32_t>(source->Read(static_cast<int16_t*>(buffer), bytes / 2) * 2);
+    } catch (...) {
+        source->broken = true;
+        return 0;
+    }
+}
+
 } // namespace
+
+SoundOption ParseAudioOption(const std::string& text, uint32_t id) {
+    SoundOption sound;
+    sound.id = id;
+    return ParseItems("--audio", text, sound, true);
+}
+
+SoundOption ParseTrackOption(const std::string& text) {
+    const size_t equals = text.find('=');
+    uint64_t id = 0;
+    if (equals == std::string::npos || !ParseNumber(std::string_view(text).substr(0, equals), UINT32_MAX, &id))
+        throw Failure{EXIT_USAGE, fmt::format("--track {}: ID=FILE[,quality=N] is wanted", text)};
+    SoundOption sound;
+    sound.id = static_cast<uint32_t>(id);
+    return ParseItems("--track", text.substr(equals + 1), sound, false);
+}
+
+void CheckSoundOptions(const std::string& option, const std::vector<SoundOption>& sounds,
+                       const std::vector<std::string>& pictures) {
+    bool taken = std::any_of(pictures.begin(), pictures.end(), IsStandardInput);
+    std::map<uint32_t, std::string> names; // by id
+    for (const SoundOption& sound : sounds) {
+        const auto [place, isNew] = names.emplace(sound.id, sound.name);
+        if (!isNew)
+            throw Failure{EXIT_USAGE, fmt::format("{} {}: id {} belongs to {} already", option, sound.name, sound.id,
+                                                  place->second)};
+        if (sound.name != "-") continue;
+        if (taken) throw Failure{EXIT_USAGE, fmt::format("{} -: standard input can be named only once", option)};
+        taken = true;
+    }
+}
 
 std::unique_ptr<SoundSource> SoundSource::Open(const std::string& name) {
     return std::make_unique<LibrarySound>(name);
@@ -246,17 +246,6 @@ void SoundSource::Skip(double time) {
         left -= want;
     }
     seconds = std::max(0.0, seconds - time);
-}
-
-// The library's callback: `user` is the source.
-static uint32_t ReadForLibrary(void*, uintptr_t user, void* buffer, uint32_t bytes) noexcept {
-    auto* source = reinterpret_cast<SoundSource*>(user);
-    try {
-        return static_cast<uint32_t>(source->Read(static_cast<int16_t*>(buffer), bytes / 2) * 2);
-    } catch (...) {
-        source->broken = true;
-        return 0;
-    }
 }
 
 void SoundTracks::Add(const SoundOption& option) {
@@ -289,8 +278,21 @@ void WriteWavHead(OutputFile* file, uint32_t sampleRate, uint32_t channels, uint
                                 sampleRate, perSecond, channels * 2 | 16u << 16,
                                 0x61746164, bytes};
     uint8_t head[44];
-    for (size_t i = 0; i < 44; i++) head[i] = static_cast<uint8_t>(words[i / 4] >> i % 4 * 8);
+    for (size_t i = 0; i < 11; i++) PutWord(head + i * 4, words[i]);
     file->Write(head, sizeof head);
+}
+
+void WriteSamples(OutputFile* file, const int16_t* samples, size_t count) {
+    constexpr size_t PART = 32768; // samples
+    std::vector<uint8_t> bytes;
+    for (size_t start = 0; start < count; start += PART) {
+        bytes.clear();
+        for (size_t i = start; i < std::min(start + PART, count); i++) {
+            bytes.push_back(static_cast<uint8_t>(samples[i]));
+            bytes.push_back(static_cast<uint8_t>(samples[i] >> 8));
+        }
+        file->Write(bytes.data(), bytes.size());
+    }
 }
 
 } // namespace vorn

@@ -53,5 +53,7 @@ struct SoundTracks {
 
 // The head of a WAV file of 16-bit samples. `bytes` is how much PCM follows.
 void WriteWavHead(OutputFile* file, uint32_t sampleRate, uint32_t channels, uint32_t bytes);
+// The PCM behind it, or a part of that.
+void WriteSamples(OutputFile* file, const int16_t* samples, size_t count);
 
 } // namespace vorn

@@ -41,6 +41,16 @@ class Sound(ProgramTest):
         self.assertLess(wrong * 16, sum(a * a for a in plain))  # 12 dB: a lone tone hides much noise
         self.vorn("verify", "m.vrn")
 
+    # A pipe with a name can be read only once, too.
+    def test_pipe_gives_the_sound_that_a_file_gives(self):
+        self.put("a.wav", wav(tone(8000)))
+        self.make("a.wav", "file.vrn")
+        os.mkfifo(self.path("pipe.wav"))
+        writer = subprocess.Popen("cat a.wav > pipe.wav", shell=True, cwd=self.folder)
+        self.make("pipe.wav")
+        self.assertEqual(writer.wait(timeout=60), 0)
+        self.assertEqual(self.get("m.vrn"), self.get("file.vrn"))
+
     # A part of the pictures has its part of the sound, and so has a part of the movie.
     def test_sound_of_some_frames(self):
         plain = tone(8000)

@@ -17,7 +17,7 @@
 #include "tools/Commands.h"
 #include "tools/Exit.h"
 #include "tools/Interrupt.h"
-#include "tools/Output.h"
+#include "tools/MovieFile.h"
 
 namespace vorn {
 

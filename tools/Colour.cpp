@@ -1,10 +1,12 @@
-// Colour.cpp - see Colour.h.
+// Colour.cpp - which pixel do the samples of the planes make, and which samples does the encoder make of a pixel?
 #include "tools/Colour.h"
 
 #include <algorithm>
 #include <cstddef>
 
 namespace vorn {
+
+namespace {
 
 // The two samples between which a pixel lies, and how much of the second is in it, in quarters.
 struct Between {
@@ -13,7 +15,7 @@ struct Between {
     int quarters;
 };
 
-static Between FindBetween(Siting siting, uint32_t pixel, uint32_t samples) {
+Between FindBetween(Siting siting, uint32_t pixel, uint32_t samples) {
     const int64_t half = pixel / 2;
     const bool odd = pixel % 2 != 0;
     int64_t first = pixel;
@@ -39,13 +41,12 @@ static Between FindBetween(Siting siting, uint32_t pixel, uint32_t samples) {
             static_cast<uint32_t>(std::clamp<int64_t>(first + 1, 0, last)), quarters};
 }
 
-static uint32_t SamplesAlong(Siting siting, uint32_t pixels) {
+uint32_t SamplesAlong(Siting siting, uint32_t pixels) {
     return siting == Siting::FULL ? pixels : (pixels + 1) / 2;
 }
 
 // One row of a chroma plane at full width, less 128, in sixteenths.
-static void ChromaRow(const uint8_t* plane, uint32_t pitch, Between rows, const std::vector<Between>& columns,
-                      int* row) {
+void ChromaRow(const uint8_t* plane, uint32_t pitch, Between rows, const std::vector<Between>& columns, int* row) {
     const uint8_t* upper = plane + size_t(rows.first) * pitch;
     const uint8_t* lower = plane + size_t(rows.second) * pitch;
     for (size_t x = 0; x < columns.size(); x++) {
@@ -63,10 +64,23 @@ constexpr int GREEN_CB = 25675;
 constexpr int GREEN_CR = 53279;
 constexpr int BLUE_CB = 132201;
 
-static uint8_t ToByte(int64_t sum) {
+uint8_t ToByte(int64_t sum) {
     // The sum is in 1/2^20: weights in 1/65536 times chroma in sixteenths.
     return static_cast<uint8_t>(std::clamp<int64_t>((sum + (1 << 19)) >> 20, 0, 255));
 }
+
+// Sums of blue, green and red over the 2x2 pixels of a chroma sample; the last column and row stand in beyond the edge.
+void SumGroup(const uint8_t* bgra, uint32_t width, uint32_t height, uint32_t cx, uint32_t cy, int sum[3]) {
+    sum[0] = sum[1] = sum[2] = 0;
+    for (uint32_t i = 0; i < 4; i++) {
+        const uint32_t x = std::min(cx * 2 + i % 2, width - 1);
+        const uint32_t y = std::min(cy * 2 + i / 2, height - 1);
+        const uint8_t* pixel = bgra + (size_t(y) * width + x) * 4;
+        for (int c = 0; c < 3; c++) sum[c] += pixel[c];
+    }
+}
+
+} // namespace
 
 void PlanesToBgra(const PlanarPicture& picture, uint8_t* bgra) {
     const uint32_t width = picture.width;
@@ -91,17 +105,6 @@ void PlanesToBgra(const PlanarPicture& picture, uint8_t* bgra) {
             out[2] = ToByte(base + int64_t(crRow[x]) * RED_CR);
             out[3] = picture.alpha != nullptr ? picture.alpha[size_t(y) * picture.pitch + x] : 255;
         }
-    }
-}
-
-// Sums of blue, green and red over the 2x2 pixels of a chroma sample; the last column and row stand in beyond the edge.
-static void SumGroup(const uint8_t* bgra, uint32_t width, uint32_t height, uint32_t cx, uint32_t cy, int sum[3]) {
-    sum[0] = sum[1] = sum[2] = 0;
-    for (uint32_t i = 0; i < 4; i++) {
-        const uint32_t x = std::min(cx * 2 + i % 2, width - 1);
-        const uint32_t y = std::min(cy * 2 + i / 2, height - 1);
-        const uint8_t* pixel = bgra + (size_t(y) * width + x) * 4;
-        for (int c = 0; c < 3; c++) sum[c] += pixel[c];
     }
 }
 

@@ -8,9 +8,11 @@
 
 namespace vorn {
 
+namespace {
+
 // Source on the left, result on the right, a grey bar between.
-static void WriteSides(const std::string& name, const std::vector<uint8_t>& source, const std::vector<uint8_t>& result,
-                       const reader::Movie& movie, bool force) {
+void WriteSides(const std::string& name, const std::vector<uint8_t>& source, const std::vector<uint8_t>& result,
+                const reader::Movie& movie, bool force) {
     const uint32_t width = movie.header.width;
     const uint32_t height = movie.header.height;
     constexpr uint32_t BAR = 8;
@@ -23,8 +25,13 @@ static void WriteSides(const std::string& name, const std::vector<uint8_t>& sour
         for (uint32_t x = 0; x < BAR; x++) sides.insert(sides.end(), {128, 128, 128, 255});
         sides.insert(sides.end(), result.begin() + place, result.begin() + place + length);
     }
-    WritePng(name, sides.data(), width * 2 + BAR, height, movie.hasAlpha, force);
+    const auto png = PngBytes(name, sides.data(), width * 2 + BAR, height, movie.hasAlpha);
+    OutputFile file(name, force);
+    file.Write(png.data(), png.size());
+    file.Finish();
 }
+
+} // namespace
 
 int RunCompare(const CompareOptions& options) {
     std::string target;

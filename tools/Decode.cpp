@@ -9,6 +9,7 @@
 
 #include "tools/Commands.h"
 #include "tools/Exit.h"
+#include "tools/FileName.h"
 #include "tools/Interrupt.h"
 #include "tools/MovieFile.h"
 #include "tools/Output.h"
@@ -112,7 +113,8 @@ int DecodePictures(const DecodeOptions& options, const reader::Movie& movie, con
 void WritePicture(OutputFile* file, const std::string& name, const reader::Movie& movie, const FrameWalk& walk) {
     std::vector<uint8_t> bgra;
     walk.ToBgra(&bgra);
-    WritePng(file, name, bgra.data(), movie.header.width, movie.header.height, movie.hasAlpha);
+    const auto png = PngBytes(name, bgra.data(), movie.header.width, movie.header.height, movie.hasAlpha);
+    file->Write(png.data(), png.size());
 }
 
 int DecodePng(const DecodeOptions& options, const reader::Movie& movie, const std::string& target) {
@@ -128,11 +130,6 @@ int DecodePng(const DecodeOptions& options, const reader::Movie& movie, const st
     WritePicture(&file, options.output, movie, walk);
     file.Finish();
     return EXIT_DONE;
-}
-
-bool IsFolder(const std::string& name) {
-    struct stat info = {};
-    return stat(name.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
 // A file for each frame. They get their names when all of them are complete.
@@ -235,19 +232,6 @@ void CutSound(const FrameRange& range, const reader::Movie& movie, reader::Track
     sound->samples.erase(sound->samples.begin(), sound->samples.begin() + place(range.first));
 }
 
-void WriteWav(const reader::TrackSound& sound, OutputFile* file) {
-    WriteWavHead(file, sound.kind.sampleRate, sound.kind.channels, static_cast<uint32_t>(sound.samples.size() * 2));
-    std::vector<uint8_t> bytes;
-    for (size_t i = 0; i < sound.samples.size(); i++) {
-        bytes.push_back(static_cast<uint8_t>(sound.samples[i]));
-        bytes.push_back(static_cast<uint8_t>(sound.samples[i] >> 8));
-        if (bytes.size() < 65536 && i + 1 != sound.samples.size()) continue;
-        file->Write(bytes.data(), bytes.size());
-        bytes.clear();
-    }
-    file->Finish();
-}
-
 int DecodeSound(const DecodeOptions& options, const reader::Movie& movie, const std::string& target) {
     const size_t track = FindTrack(options, movie);
     const FrameRange range = ChooseFrames(options, movie);
@@ -262,7 +246,9 @@ int DecodeSound(const DecodeOptions& options, const reader::Movie& movie, const 
     if (!whole && !KeepsPart(target, !sound.samples.empty()))
         throw Failure{EXIT_DAMAGED, fmt::format("{}; {} was not written", broken, options.output)};
     OutputFile file(target, options.force);
-    WriteWav(sound, &file);
+    WriteWavHead(&file, sound.kind.sampleRate, sound.kind.channels, static_cast<uint32_t>(sound.samples.size() * 2));
+    WriteSamples(&file, sound.samples.data(), sound.samples.size());
+    file.Finish();
     if (!whole) throw Failure{EXIT_DAMAGED, fmt::format("{}; {} has them", broken, options.output)};
     return EXIT_DONE;
 }

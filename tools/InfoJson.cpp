@@ -10,8 +10,10 @@ namespace vorn {
 
 using Json = nlohmann::ordered_json;
 
+namespace {
+
 // {"8x8": {"skip": 12, ...}, "16x16": {...}}, without modes that don't occur.
-static Json BlocksToJson(const BlockFacts& blocks) {
+Json BlocksToJson(const BlockFacts& blocks) {
     Json json = {{"8x8", Json::object()}, {"16x16", Json::object()}};
     for (int mode = 0; mode < 16; mode++) {
         if (blocks.modes[mode] != 0) json["8x8"][ModeName(mode)] = blocks.modes[mode];
@@ -20,7 +22,7 @@ static Json BlocksToJson(const BlockFacts& blocks) {
     return json;
 }
 
-static Json HeadToJson(const reader::Movie& movie, const MovieFacts& facts) {
+Json HeadToJson(const reader::Movie& movie, const MovieFacts& facts) {
     const VornFileHeader& header = movie.header;
     return {{"file", facts.name},
             {"bytes", movie.bytes.size()},
@@ -39,7 +41,7 @@ static Json HeadToJson(const reader::Movie& movie, const MovieFacts& facts) {
             {"keyFrames", facts.keys}};
 }
 
-static Json PlanesToJson(const reader::Movie& movie, const MovieFacts& facts, bool blocks) {
+Json PlanesToJson(const reader::Movie& movie, const MovieFacts& facts, bool blocks) {
     Json planes = Json::object();
     for (int p = 0; p < reader::PLANES; p++) {
         if (!MovieHasPlane(movie, p)) continue;
@@ -51,7 +53,7 @@ static Json PlanesToJson(const reader::Movie& movie, const MovieFacts& facts, bo
     return planes;
 }
 
-static Json TracksToJson(const reader::Movie& movie, const MovieFacts& facts) {
+Json TracksToJson(const reader::Movie& movie, const MovieFacts& facts) {
     Json tracks = Json::array();
     for (size_t t = 0; t < movie.tracks.size(); t++) {
         const reader::Track& track = movie.tracks[t];
@@ -66,7 +68,7 @@ static Json TracksToJson(const reader::Movie& movie, const MovieFacts& facts) {
     return tracks;
 }
 
-static Json FrameToJson(const reader::Movie& movie, const FrameFacts& frame, size_t number, bool blocks) {
+Json FrameToJson(const reader::Movie& movie, const FrameFacts& frame, size_t number, bool blocks) {
     Json json = {{"frame", number}, {"key", frame.key}, {"offset", frame.offset}, {"bytes", frame.bytes}};
     Json planes = Json::object();
     Json coded = Json::object();
@@ -80,6 +82,8 @@ static Json FrameToJson(const reader::Movie& movie, const FrameFacts& frame, siz
     if (blocks) json["blocks"] = coded;
     return json;
 }
+
+} // namespace
 
 void PrintFactsAsJson(const reader::Movie& movie, const MovieFacts& facts, bool frames, bool blocks) {
     Json json = HeadToJson(movie, facts);

@@ -15,9 +15,13 @@
 
 namespace vorn {
 
+namespace {
+
 constexpr size_t BUFFER_BYTES = 1 << 16;
 constexpr uint32_t MOST_WIDTH = 4032;         // of the library
 constexpr uint64_t MOST_PIXELS = 226'000'000; // with the shortest look-ahead a movie of more needs over 4 GiB of memory
+
+} // namespace
 
 ByteInput::ByteInput(const std::string& fileName) : name(fileName == "-" ? "standard input" : fileName) {
     descriptor = fileName == "-" ? STDIN_FILENO : open(fileName.c_str(), O_RDONLY | O_CLOEXEC);
@@ -89,6 +93,8 @@ size_t ByteInput::Peek(uint64_t place, uint8_t* bytes, size_t count) const {
 }
 
 namespace {
+
+// ---- Several sources as one -----------------------------------------------------------------------------------------
 
 // Pictures that are read before they are asked for.
 class AheadSource : public FrameSource {
@@ -181,6 +187,41 @@ private:
     size_t current = 0;
 };
 
+// Opens what the names mean from number `at` on, and moves on behind it: single PNG files in a row are one source.
+std::unique_ptr<FrameSource> OpenNext(const InputOptions& options, size_t* at) {
+    const std::string name = IsStandardInput(options.names[*at]) ? "-" : options.names[*at];
+    ++*at;
+    if (!options.raw.empty()) {
+        uint32_t width = 0;
+        uint32_t height = 0;
+        ParseSize("--raw", options.raw, &width, &height);
+        return OpenRaw(name, width, height);
+    }
+    if (name == "-" || !IsPngInput(name)) return OpenY4m(name);
+    std::vector<std::string> files = {name};
+    const auto single = [](const std::string& file) {
+        return !IsStandardInput(file) && IsPngInput(file) && PngInputFiles(file) == std::vector<std::string>{file};
+    };
+    if (single(name))
+        while (*at < options.names.size() && single(options.names[*at])) files.push_back(options.names[(*at)++]);
+    return OpenPng(files);
+}
+
+void SkipFrames(FrameSource* source, uint32_t count) {
+    for (uint32_t skipped = 0; skipped < count; skipped++) {
+        const ReadResult result = source->Skip();
+        if (result == ReadResult::CUT) throw Failure{EXIT_DAMAGED, source->problem};
+        if (result != ReadResult::DONE)
+            throw Failure{EXIT_USAGE,
+                          fmt::format("--seek {}: {} has {} frames, counted from 0", count, source->name, skipped)};
+    }
+    if (count == 0 || !source->frames) return;
+    if (*source->frames <= count)
+        throw Failure{EXIT_USAGE,
+                      fmt::format("--seek {}: {} has {} frames, counted from 0", count, source->name, *source->frames)};
+    *source->frames -= count;
+}
+
 } // namespace
 
 void CheckPictureSize(const std::string& name, const PictureFormat& format) {
@@ -210,41 +251,6 @@ std::vector<std::string> InputFiles(const InputOptions& options) {
         files.insert(files.end(), found.begin(), found.end());
     }
     return files;
-}
-
-// Opens what the names mean from number `at` on, and moves on behind it: single PNG files in a row are one source.
-static std::unique_ptr<FrameSource> OpenNext(const InputOptions& options, size_t* at) {
-    const std::string name = IsStandardInput(options.names[*at]) ? "-" : options.names[*at];
-    ++*at;
-    if (!options.raw.empty()) {
-        uint32_t width = 0;
-        uint32_t height = 0;
-        ParseSize("--raw", options.raw, &width, &height);
-        return OpenRaw(name, width, height);
-    }
-    if (name == "-" || !IsPngInput(name)) return OpenY4m(name);
-    std::vector<std::string> files = {name};
-    const auto single = [](const std::string& file) {
-        return !IsStandardInput(file) && IsPngInput(file) && PngInputFiles(file) == std::vector<std::string>{file};
-    };
-    if (single(name))
-        while (*at < options.names.size() && single(options.names[*at])) files.push_back(options.names[(*at)++]);
-    return OpenPng(files);
-}
-
-static void SkipFrames(FrameSource* source, uint32_t count) {
-    for (uint32_t skipped = 0; skipped < count; skipped++) {
-        const ReadResult result = source->Skip();
-        if (result == ReadResult::CUT) throw Failure{EXIT_DAMAGED, source->problem};
-        if (result != ReadResult::DONE)
-            throw Failure{EXIT_USAGE,
-                          fmt::format("--seek {}: {} has {} frames, counted from 0", count, source->name, skipped)};
-    }
-    if (count == 0 || !source->frames) return;
-    if (*source->frames <= count)
-        throw Failure{EXIT_USAGE,
-                      fmt::format("--seek {}: {} has {} frames, counted from 0", count, source->name, *source->frames)};
-    *source->frames -= count;
 }
 
 std::unique_ptr<FrameSource> OpenFrames(const InputOptions& options) {

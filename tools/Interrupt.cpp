@@ -1,4 +1,4 @@
-// Interrupt.cpp - see Interrupt.h.
+// Interrupt.cpp - what does a signal do, and what does it leave behind?
 #include "tools/Interrupt.h"
 
 #include <atomic>

@@ -11,12 +11,16 @@
 
 #include "tools/Commands.h"
 #include "tools/Exit.h"
+#include "tools/FileName.h"
 #include "tools/Interrupt.h"
+#include "tools/MovieFile.h"
 #include "tools/Output.h"
 #include "tools/Readback.h"
 #include "tools/Sound.h"
 
 namespace vorn {
+
+namespace {
 
 constexpr uint64_t AHEAD_BYTES = 64 << 20;
 constexpr uint32_t PIPE_CAPACITY = 108000;  // frames: an hour at 30 a second, 432000 bytes of index
@@ -28,8 +32,6 @@ constexpr struct {
     const char* word;
     uint32_t quarterBits;
 } QUALITIES[] = {{"low", 2}, {"middle", 4}, {"high", 8}};
-
-namespace {
 
 struct MakeRun {
     explicit MakeRun(const MakeOptions& given) : options(given) {}

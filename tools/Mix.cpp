@@ -3,6 +3,7 @@
 
 #include "tools/Commands.h"
 #include "tools/Exit.h"
+#include "tools/FileName.h"
 #include "tools/Interrupt.h"
 #include "tools/MovieFile.h"
 #include "tools/Output.h"

@@ -1,4 +1,4 @@
-// MovieFacts.cpp - see MovieFacts.h.
+// MovieFacts.cpp - where do the bytes of a movie go?
 #include "tools/MovieFacts.h"
 
 #include <algorithm>
@@ -10,8 +10,10 @@
 
 namespace vorn {
 
+namespace {
+
 // A plane stream needs no pictures to tell how long it is.
-static size_t LengthOfCr(const reader::Movie& movie, const reader::Frame& frame, reader::Violations* violations) {
+size_t LengthOfCr(const reader::Movie& movie, const reader::Frame& frame, reader::Violations* violations) {
     reader::PlaneRequest request;
     request.stream = frame.chroma;
     PlaneSize(movie, reader::PLANE_CR, &request.width, &request.height);
@@ -23,14 +25,14 @@ static size_t LengthOfCr(const reader::Movie& movie, const reader::Frame& frame,
     return std::min(plane.consumed, frame.chroma.size);
 }
 
-static void CountBlocks(const reader::DecodedPlane& plane, BlockFacts* blocks) {
+void CountBlocks(const reader::DecodedPlane& plane, BlockFacts* blocks) {
     for (int mode = 0; mode < 16; mode++) {
         blocks->highModes[mode] = plane.statistics.highModes[mode];
         if (mode != MODE_SCALED) blocks->modes[mode] = plane.statistics.modes[mode];
     }
 }
 
-static void Add(const FrameFacts& frame, MovieFacts* facts) {
+void Add(const FrameFacts& frame, MovieFacts* facts) {
     facts->bytes += frame.bytes;
     facts->smallest = std::min(facts->smallest, frame.bytes);
     facts->largest = std::max(facts->largest, frame.bytes);
@@ -43,7 +45,7 @@ static void Add(const FrameFacts& frame, MovieFacts* facts) {
     }
 }
 
-static void AddSound(const reader::Movie& movie, const reader::Frame& frame, FrameFacts* one, MovieFacts* facts) {
+void AddSound(const reader::Movie& movie, const reader::Frame& frame, FrameFacts* one, MovieFacts* facts) {
     for (size_t t = 0; t < frame.audio.size(); t++) {
         one->tracks.push_back(uint64_t(frame.audio[t].length) + 4);
         TrackFacts& track = facts->tracks[t];
@@ -55,8 +57,8 @@ static void AddSound(const reader::Movie& movie, const reader::Frame& frame, Fra
 }
 
 // The planes' sizes, and with `decoder` their blocks. False if a plane can't be read.
-static bool AddPlanes(const reader::Movie& movie, const reader::Frame& frame, reader::MovieDecoder* decoder,
-                      FrameFacts* one, reader::Violations* violations) {
+bool AddPlanes(const reader::Movie& movie, const reader::Frame& frame, reader::MovieDecoder* decoder, FrameFacts* one,
+               reader::Violations* violations) {
     size_t cr = 0;
     if (decoder != nullptr) {
         if (!DecodeFrame(movie, frame, decoder, violations)) return false;
@@ -73,6 +75,8 @@ static bool AddPlanes(const reader::Movie& movie, const reader::Frame& frame, re
     one->planes[reader::PLANE_ALPHA].bytes = frame.alpha.size;
     return true;
 }
+
+} // namespace
 
 MovieFacts GatherFacts(const std::string& name, const reader::Movie& movie, bool blocks) {
     const VornFileHeader& header = movie.header;

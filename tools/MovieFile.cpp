@@ -1,13 +1,47 @@
-// MovieFile.cpp - see MovieFile.h.
+// MovieFile.cpp - can a file be read as a movie, is it a complete one, and what do its frames show?
 #include "tools/MovieFile.h"
+
+#include <cstddef>
+#include <cstdio>
+#include <optional>
 
 #include <sys/stat.h>
 
+#include "format/MovieLayout.h"
 #include "tools/Exit.h"
 #include "tools/Input.h"
 #include "tools/Text.h"
+#include "tools/Words.h"
 
 namespace vorn {
+
+namespace {
+
+// How many frames a complete movie counts.
+std::optional<uint32_t> FramesOf(const std::string& fileName) {
+    uint8_t head[HEADER_BYTES] = {};
+    struct stat info = {};
+    FILE* file = std::fopen(fileName.c_str(), "rb");
+    const bool read =
+        file != nullptr && std::fread(head, 1, sizeof head, file) == sizeof head && fstat(fileno(file), &info) == 0;
+    if (file != nullptr) std::fclose(file);
+    const uint64_t size = uint64_t(WordAt(head + offsetof(VornFileHeader, fileSize))) + 8;
+    const bool good = read && IsMovieMagic(WordAt(head)) && size == static_cast<uint64_t>(info.st_size);
+    return good ? std::optional<uint32_t>(WordAt(head + offsetof(VornFileHeader, frames))) : std::nullopt;
+}
+
+} // namespace
+
+bool MovieStands(const std::string& file) {
+    return FramesOf(file).has_value();
+}
+
+uint32_t CheckMovie(const std::string& file, int64_t frames, const std::string& name) {
+    const std::optional<uint32_t> found = FramesOf(file);
+    if (!found || (frames >= 0 && *found != frames))
+        throw Failure{EXIT_FAILED, fmt::format("{}: could not be written completely (disk full?)", name)};
+    return *found;
+}
 
 std::string WhatIsWrong(const reader::Violations& violations) {
     for (const reader::Violation& violation : violations.list)

@@ -1,4 +1,4 @@
-// MovieFile.h - what the commands that read movies share.
+// MovieFile.h - movies as files: opening one, walking through its frames, and whether one that was written is complete.
 #pragma once
 
 #include <cstdint>
@@ -12,6 +12,13 @@ namespace vorn {
 
 // Opens a movie, and throws a Failure if it can't be walked at all. Everything that is merely wrong goes to `violations`.
 void OpenMovieFile(const std::string& name, bool growing, reader::Movie* movie, reader::Violations* violations);
+
+// Checks that the movie in `file` is complete: a good head that counts `frames` frames (if not -1) and knows the file's size.
+// This is how a full disk at the very end is noticed. Returns how many frames it counts, or throws a Failure
+// about `name`.
+uint32_t CheckMovie(const std::string& file, int64_t frames, const std::string& name);
+// Whether a movie is complete, by the same measure.
+bool MovieStands(const std::string& file);
 
 // The first error, or the last word if there is none.
 std::string WhatIsWrong(const reader::Violations& violations);

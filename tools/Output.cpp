@@ -1,43 +1,39 @@
-// Output.cpp - see Output.h.
+// Output.cpp - may this be written, and how does a complete file get its name?
 #include "tools/Output.h"
 
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <optional>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "format/MovieLayout.h"
 #include "tools/Exit.h"
+#include "tools/FileName.h"
 #include "tools/Text.h"
 
 namespace vorn {
 
-bool SameFile(const std::string& input, const std::string& output) {
-    struct stat a = {};
-    struct stat b = {};
-    const int found = input == "-" ? fstat(STDIN_FILENO, &a) : stat(input.c_str(), &a);
-    return found == 0 && stat(output.c_str(), &b) == 0 && a.st_dev == b.st_dev && a.st_ino == b.st_ino;
-}
+namespace {
 
-static std::string FolderOf(const std::string& name) {
+constexpr size_t LONGEST_NAME = 118; // bytes: the library takes 123, with ".part"
+
+std::string FolderOf(const std::string& name) {
     const size_t slash = name.rfind('/');
     if (slash == std::string::npos) return ".";
     return slash == 0 ? "/" : name.substr(0, slash);
 }
 
-static void RefuseInputs(const std::string& name, const std::vector<std::string>& inputs) {
+void RefuseInputs(const std::string& name, const std::vector<std::string>& inputs) {
     for (const std::string& input : inputs)
         if (SameFile(input, name))
             throw Failure{EXIT_USAGE, fmt::format("{}: is the input {} itself; name another output", name, input)};
 }
 
 // Follows a symbolic link to the file that it names.
-static std::string FollowLink(const std::string& name) {
+std::string FollowLink(const std::string& name) {
     struct stat info = {};
     if (lstat(name.c_str(), &info) != 0 || !S_ISLNK(info.st_mode)) return name;
     char resolved[PATH_MAX];
@@ -46,6 +42,47 @@ static std::string FollowLink(const std::string& name) {
                       fmt::format("{}: a symbolic link that leads nowhere ({})", name, std::strerror(errno))};
     return resolved;
 }
+
+// Brings a folder's entry of a new file to disk. A file system that can't do this doesn't matter.
+void SyncFolder(const std::string& name) {
+    const int folder = open(FolderOf(name).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (folder < 0) return;
+    fsync(folder);
+    close(folder);
+}
+
+// False with EEXIST if something stands under the new name.
+bool RenameWithoutReplacing(const std::string& from, const std::string& to) {
+#ifdef RENAME_NOREPLACE
+    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+    if (errno != EINVAL && errno != ENOSYS && errno != ENOTSUP) return false;
+#endif
+    // Not every file system can do that, nor has every one links.
+    if (link(from.c_str(), to.c_str()) == 0) {
+        unlink(from.c_str());
+        return true;
+    }
+    if (errno == EEXIST) return false;
+    if (FileStands(to)) {
+        errno = EEXIST;
+        return false;
+    }
+    return std::rename(from.c_str(), to.c_str()) == 0;
+}
+
+// Gives a complete file its final name.
+void GiveName(const std::string& partName, const std::string& name, bool force) {
+    const bool done = force ? std::rename(partName.c_str(), name.c_str()) == 0 : RenameWithoutReplacing(partName, name);
+    if (!done && errno == EEXIST)
+        throw Failure{EXIT_EXISTS, fmt::format("{}: has appeared meanwhile; the new file is complete and stays as {}",
+                                               name, partName)};
+    if (!done)
+        throw Failure{EXIT_FAILED, fmt::format("{}: can't get its name ({}); the new file is complete and stays as {}",
+                                               name, std::strerror(errno), partName)};
+    SyncFolder(name);
+}
+
+} // namespace
 
 std::string CheckOutput(const std::string& name, const std::vector<std::string>& inputs, bool force, bool inPlace) {
     if (name.empty()) throw Failure{EXIT_USAGE, "-o: the output's name is empty"};
@@ -66,78 +103,6 @@ std::string CheckOutput(const std::string& name, const std::vector<std::string>&
                       fmt::format("{}: can't write into the folder {} ({})", name, folder, std::strerror(errno))};
     return target;
 }
-
-void SyncFolder(const std::string& name) {
-    const int folder = open(FolderOf(name).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (folder < 0) return;
-    fsync(folder);
-    close(folder);
-}
-
-// How many frames a complete movie counts.
-static std::optional<uint32_t> FramesOf(const std::string& fileName) {
-    uint8_t head[HEADER_BYTES] = {};
-    struct stat info = {};
-    FILE* file = std::fopen(fileName.c_str(), "rb");
-    const bool read =
-        file != nullptr && std::fread(head, 1, sizeof head, file) == sizeof head && fstat(fileno(file), &info) == 0;
-    if (file != nullptr) std::fclose(file);
-    const auto word = [&](size_t i) {
-        return uint32_t(head[i]) | uint32_t(head[i + 1]) << 8 | uint32_t(head[i + 2]) << 16 |
-               uint32_t(head[i + 3]) << 24;
-    };
-    const bool good = read && IsMovieMagic(word(0)) && uint64_t(word(4)) + 8 == static_cast<uint64_t>(info.st_size);
-    return good ? std::optional<uint32_t>(word(8)) : std::nullopt;
-}
-
-bool MovieStands(const std::string& file) {
-    return FramesOf(file).has_value();
-}
-
-uint32_t CheckMovie(const std::string& file, int64_t frames, const std::string& name) {
-    const std::optional<uint32_t> found = FramesOf(file);
-    if (!found || (frames >= 0 && *found != frames))
-        throw Failure{EXIT_FAILED, fmt::format("{}: could not be written completely (disk full?)", name)};
-    return *found;
-}
-
-bool FileStands(const std::string& name) {
-    struct stat info = {};
-    return lstat(name.c_str(), &info) == 0;
-}
-
-// False with EEXIST if something stands under the new name.
-static bool RenameWithoutReplacing(const std::string& from, const std::string& to) {
-#ifdef RENAME_NOREPLACE
-    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
-    if (errno != EINVAL && errno != ENOSYS && errno != ENOTSUP) return false;
-#endif
-    // Not every file system can do that, nor has every one links.
-    if (link(from.c_str(), to.c_str()) == 0) {
-        unlink(from.c_str());
-        return true;
-    }
-    if (errno == EEXIST) return false;
-    if (FileStands(to)) {
-        errno = EEXIST;
-        return false;
-    }
-    return std::rename(from.c_str(), to.c_str()) == 0;
-}
-
-// Gives a complete file its final name.
-static void GiveName(const std::string& partName, const std::string& name, bool force) {
-    const bool done = force ? std::rename(partName.c_str(), name.c_str()) == 0 : RenameWithoutReplacing(partName, name);
-    if (!done && errno == EEXIST)
-        throw Failure{EXIT_EXISTS, fmt::format("{}: has appeared meanwhile; the new file is complete and stays as {}",
-                                               name, partName)};
-    if (!done)
-        throw Failure{EXIT_FAILED, fmt::format("{}: can't get its name ({}); the new file is complete and stays as {}",
-                                               name, std::strerror(errno), partName)};
-    SyncFolder(name);
-}
-
-constexpr size_t LONGEST_NAME = 118; // bytes: the library takes 123, with ".part"
 
 MoviePart::MoviePart(const std::string& finalName, const std::vector<std::string>& inputs, bool replace)
     : name(finalName), partName(finalName + ".part"), force(replace) {

@@ -11,29 +11,12 @@
 
 namespace vorn {
 
-// Whether two names lead to one file, by device and inode. "-" means standard input for `input`.
-bool SameFile(const std::string& input, const std::string& output);
-
 // Checks an output before any work is done, and throws a Failure:
 //   it is one of `inputs`, unless `inPlace`                    usage
 //   something stands there already and `force` isn't given     exists
 //   it is no plain file, or its folder is missing or read-only failed
 // Returns the name to write to: `name`, or where it leads to if it is a symbolic link, so that the link stays one.
 std::string CheckOutput(const std::string& name, const std::vector<std::string>& inputs, bool force, bool inPlace);
-
-// Brings a folder's entry of a new file to disk. A file system that can't do this doesn't matter.
-void SyncFolder(const std::string& name);
-
-// Whether a movie is complete, by the same measure as CheckMovie.
-bool MovieStands(const std::string& file);
-
-// Checks that the movie in `file` is complete: a good head that counts `frames` frames (if not -1) and knows the file's size.
-// This is how a full disk at the very end is noticed. Returns how many frames it counts, or throws a Failure
-// about `name`.
-uint32_t CheckMovie(const std::string& file, int64_t frames, const std::string& name);
-
-// Whether anything at all bears this name.
-bool FileStands(const std::string& name);
 
 // A movie that the library is about to make. To the library its name is NAME.part, and NAME.part.tmp while it grows; only a
 // complete one gets the name NAME, so that an older file stands there until the very end.

@@ -11,8 +11,8 @@
 #include <unistd.h>
 
 #include "tools/Exit.h"
+#include "tools/FileName.h"
 #include "tools/Input.h"
-#include "tools/Png.h"
 
 namespace vorn {
 
@@ -193,14 +193,27 @@ PngList ListRow(const NumberedName& row, std::string* error) {
     return list;
 }
 
-bool IsFolder(const std::string& name) {
+// Whether a name stands for a numbered row: a file that is there is that file.
+bool IsRow(const std::string& name, NumberedName* row) {
     struct stat info = {};
-    return stat(name.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+    return stat(name.c_str(), &info) != 0 && ParseNumberedName(name, row);
 }
 
-bool Exists(const std::string& name) {
-    struct stat info = {};
-    return stat(name.c_str(), &info) == 0;
+// What a name means: a folder, a row or a single file.
+PngList ListOf(const std::string& name, std::string* error) {
+    NumberedName row;
+    if (IsFolder(name)) return ListFolder(name, error);
+    if (IsRow(name, &row)) return ListRow(row, error);
+    return {{name}, ""};
+}
+
+[[noreturn]] void TellNone(const std::string& name, const std::string& error) {
+    NumberedName row;
+    if (IsRow(name, &row))
+        throw Failure{EXIT_FAILED, fmt::format("{}: there is no such file ({} for one){}", name, row.Name(1),
+                                               error.empty() ? "" : " (" + error + ")")};
+    throw Failure{EXIT_FAILED, error.empty() ? fmt::format("{}: a folder without PNG pictures (.png)", name)
+                                             : fmt::format("{}: the folder can't be read ({})", name, error)};
 }
 
 // ---- The source ----------------------------------------------------------------------------------------------------
@@ -269,31 +282,10 @@ private:
 
 } // namespace
 
-bool ParseNumberedName(const std::string& text, NumberedName* name) {
-    const size_t percent = text.find('%');
-    if (percent == std::string::npos || text.find('%', percent + 1) != std::string::npos) return false;
-    size_t at = percent + 1;
-    name->digits = 1;
-    if (at + 1 < text.size() && text[at] == '0' && text[at + 1] >= '1' && text[at + 1] <= '9') {
-        name->digits = text[at + 1] - '0';
-        at += 2;
-    }
-    if (at >= text.size() || text[at] != 'd' || text.find('/', at) != std::string::npos) return false;
-    name->before = text.substr(0, percent);
-    name->behind = text.substr(at + 1);
-    return true;
-}
-
-std::string NumberedName::Name(uint64_t number) const {
-    return fmt::format("{}{:0{}}{}", before, number, digits, behind);
-}
-
 bool IsPngInput(const std::string& name) {
-    if (name == "-") return false;
-    if (IsFolder(name)) return true;
     NumberedName row;
-    if (!Exists(name) && ParseNumberedName(name, &row)) return true;
-    if (LowerExtension(name) == ".png") return true;
+    if (name == "-") return false;
+    if (IsFolder(name) || IsRow(name, &row) || LowerExtension(name) == ".png") return true;
     struct stat info = {};
     if (stat(name.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return false;
     uint8_t start[SIGNATURE_BYTES];
@@ -303,32 +295,13 @@ bool IsPngInput(const std::string& name) {
 
 std::vector<std::string> PngInputFiles(const std::string& name) {
     std::string error;
-    NumberedName row;
-    if (IsFolder(name)) return ListFolder(name, &error).files;
-    if (!Exists(name) && ParseNumberedName(name, &row)) return ListRow(row, &error).files;
-    return {name};
+    return ListOf(name, &error).files;
 }
 
 std::unique_ptr<FrameSource> OpenPng(const std::vector<std::string>& names) {
-    PngList list;
     std::string error;
-    NumberedName row;
-    if (names.size() > 1) {
-        list.files = names;
-    } else if (IsFolder(names[0])) {
-        list = ListFolder(names[0], &error);
-        if (list.files.empty())
-            throw Failure{EXIT_FAILED, error.empty()
-                                           ? fmt::format("{}: a folder without PNG pictures (.png)", names[0])
-                                           : fmt::format("{}: the folder can't be read ({})", names[0], error)};
-    } else if (!Exists(names[0]) && ParseNumberedName(names[0], &row)) {
-        list = ListRow(row, &error);
-        if (list.files.empty())
-            throw Failure{EXIT_FAILED, fmt::format("{}: there is no such file ({} for one){}", names[0], row.Name(1),
-                                                   error.empty() ? "" : " (" + error + ")")};
-    } else {
-        list.files = names;
-    }
+    PngList list = names.size() > 1 ? PngList{names, ""} : ListOf(names[0], &error);
+    if (list.files.empty()) TellNone(names[0], error);
     return std::make_unique<PngSource>(std::move(list));
 }
 

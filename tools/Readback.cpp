@@ -1,4 +1,4 @@
-// Readback.cpp - see Readback.h.
+// Readback.cpp - does the file hold what the encoder has in mind, and what does the log tell of each frame?
 #include "tools/Readback.h"
 
 #include <cerrno>
@@ -11,19 +11,11 @@
 #include "format/MovieLayout.h"
 #include "tools/Exit.h"
 #include "tools/Text.h"
+#include "tools/Words.h"
 
 namespace vorn {
 
 namespace {
-
-uint32_t WordAt(const std::vector<uint8_t>& bytes, size_t at) {
-    return uint32_t(bytes[at]) | uint32_t(bytes[at + 1]) << 8 | uint32_t(bytes[at + 2]) << 16 |
-           uint32_t(bytes[at + 3]) << 24;
-}
-
-void PutWord(std::vector<uint8_t>* bytes, size_t at, uint32_t word) {
-    for (size_t i = 0; i < 4; i++) (*bytes)[at + i] = static_cast<uint8_t>(word >> 8 * i);
-}
 
 // Of a plane; `count` is a multiple of 64.
 uint64_t Checksum(const uint8_t* samples, size_t count) {
@@ -50,6 +42,15 @@ void ChecksumPlanes(const VornMakeState* state, FrameNote* note) {
         note->planes[reader::PLANE_ALPHA] = Checksum(state->referenceAlpha[shown], luma);
 }
 
+// What a frame's word of the index and the one behind it tell.
+FrameNote PlaceOf(uint32_t word, uint32_t next) {
+    FrameNote note;
+    note.start = word & ~KEY_FRAME_BIT;
+    note.end = next & ~KEY_FRAME_BIT;
+    note.key = (word & KEY_FRAME_BIT) != 0;
+    return note;
+}
+
 // True if all of it came.
 bool ReadAt(int descriptor, uint64_t place, uint8_t* bytes, size_t count) {
     for (size_t done = 0; done < count;) {
@@ -61,15 +62,26 @@ bool ReadAt(int descriptor, uint64_t place, uint8_t* bytes, size_t count) {
     return true;
 }
 
+// Block by block; silence has none.
+bool DecodeSound(const reader::Movie& movie, const reader::Frame& frame, reader::Violations* violations) {
+    for (size_t t = 0; t < frame.audio.size(); t++) {
+        const reader::Track& track = movie.tracks[t];
+        if (frame.audio[t].length == 0) continue;
+        const reader::AudioKind kind = {track.sampleRate, track.channels, track.perChannelDct};
+        reader::Violation place = {reader::SEVERITY_ERROR};
+        place.track = static_cast<int>(t);
+        reader::CodedAudioBlock block;
+        if (!ReadAudioBlock(kind, frame.audio[t].coded, place, &block, violations)) return false;
+    }
+    return true;
+}
+
 } // namespace
 
 void NoteFrames(const VornMakeState* state, double seconds, bool checksums, std::vector<FrameNote>* notes) {
     while (notes->size() < state->framesDone) {
         const size_t frame = notes->size();
-        FrameNote note;
-        note.start = state->frameIndex[frame] & ~KEY_FRAME_BIT;
-        note.key = (state->frameIndex[frame] & KEY_FRAME_BIT) != 0;
-        note.end = state->frameIndex[frame + 1] & ~KEY_FRAME_BIT;
+        FrameNote note = PlaceOf(state->frameIndex[frame], state->frameIndex[frame + 1]);
         note.error = state->frameErrors[frame];
         note.seconds = seconds;
         note.seen = frame + 1 == state->framesDone; // the planes are those of the newest
@@ -98,7 +110,7 @@ bool PacketFile::ReadHead() {
     if (!head.empty()) return true;
     std::vector<uint8_t> bytes(HEADER_BYTES);
     if (!ReadAt(descriptor, 0, bytes.data(), bytes.size())) return false;
-    const size_t tracks = WordAt(bytes, offsetof(VornFileHeader, trackCount));
+    const size_t tracks = WordAt(bytes.data() + offsetof(VornFileHeader, trackCount));
     if (tracks * 12 > Size()) return false;
     bytes.resize(HEADER_BYTES + tracks * 12);
     if (!ReadAt(descriptor, 0, bytes.data(), bytes.size())) return false;
@@ -114,10 +126,10 @@ bool PacketFile::Read(const FrameNote& note, reader::Movie* movie, reader::Frame
     const size_t start = head.size() + 8;
     const size_t packet = note.end - note.start;
     bytes.resize(start + packet);
-    PutWord(&bytes, head.size(), static_cast<uint32_t>(start) | (note.key ? KEY_FRAME_BIT : 0));
-    PutWord(&bytes, head.size() + 4, static_cast<uint32_t>(start + packet));
-    PutWord(&bytes, offsetof(VornFileHeader, frames), 1);
-    PutWord(&bytes, offsetof(VornFileHeader, indexCapacity), 1);
+    PutWord(bytes.data() + head.size(), static_cast<uint32_t>(start) | (note.key ? KEY_FRAME_BIT : 0));
+    PutWord(bytes.data() + head.size() + 4, static_cast<uint32_t>(start + packet));
+    PutWord(bytes.data() + offsetof(VornFileHeader, frames), 1);
+    PutWord(bytes.data() + offsetof(VornFileHeader, indexCapacity), 1);
     if (!ReadAt(descriptor, note.start, bytes.data() + start, packet)) return false;
     reader::Violations ofHead; // its counts are those of the growing movie
     return reader::ParseMovie(std::move(bytes), {}, movie, &ofHead) && ReadFrame(*movie, 0, frame, violations);
@@ -127,14 +139,11 @@ bool PacketFile::TakeIndex(std::vector<FrameNote>* notes, std::string* problem) 
     head.clear(); // the counts in it have changed
     *problem = "the head can't be read back";
     if (!ReadHead()) return false;
-    const uint32_t frames = WordAt(head, offsetof(VornFileHeader, frames));
+    const uint32_t frames = WordAt(head.data() + offsetof(VornFileHeader, frames));
     std::vector<uint8_t> words((size_t(frames) + 1) * 4);
     if (words.size() > Size() || !ReadAt(descriptor, head.size(), words.data(), words.size())) return false;
     for (size_t i = 0; i < frames; i++) {
-        FrameNote found;
-        found.start = WordAt(words, i * 4) & ~KEY_FRAME_BIT;
-        found.key = (WordAt(words, i * 4) & KEY_FRAME_BIT) != 0;
-        found.end = WordAt(words, i * 4 + 4) & ~KEY_FRAME_BIT;
+        FrameNote found = PlaceOf(WordAt(&words[i * 4]), WordAt(&words[i * 4 + 4]));
         found.seen = false;
         if (i == notes->size()) notes->push_back(found);
         const FrameNote& note = (*notes)[i];
@@ -152,19 +161,6 @@ bool Readback::Check(const std::vector<FrameNote>& notes) {
     for (; problem.empty() && next < notes.size() && notes[next].end <= file.Size(); next++)
         if (!CheckFrame(notes[next])) return false;
     return problem.empty();
-}
-
-static bool DecodeSound(const reader::Movie& movie, const reader::Frame& frame, reader::Violations* violations) {
-    for (size_t t = 0; t < frame.audio.size(); t++) {
-        const reader::Track& track = movie.tracks[t];
-        if (frame.audio[t].length == 0) continue;
-        const reader::AudioKind kind = {track.sampleRate, track.channels, track.perChannelDct};
-        reader::Violation place = {reader::SEVERITY_ERROR};
-        place.track = static_cast<int>(t);
-        reader::CodedAudioBlock block;
-        if (!ReadAudioBlock(kind, frame.audio[t].coded, place, &block, violations)) return false;
-    }
-    return true;
 }
 
 bool Readback::CheckFrame(const FrameNote& note) {

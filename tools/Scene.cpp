@@ -6,6 +6,7 @@
 #include "tools/Colour.h"
 #include "tools/Commands.h"
 #include "tools/Exit.h"
+#include "tools/FileName.h"
 #include "tools/Output.h"
 #include "tools/Sound.h"
 
@@ -224,9 +225,7 @@ void WriteTune(const std::string& name, bool force, uint32_t frames, Fraction ra
     for (uint64_t i = 0; i < pairs; i++) {
         int16_t pair[2];
         tune.Next(pair);
-        const uint8_t bytes[4] = {static_cast<uint8_t>(pair[0]), static_cast<uint8_t>(pair[0] >> 8),
-                                  static_cast<uint8_t>(pair[1]), static_cast<uint8_t>(pair[1] >> 8)};
-        file.Write(bytes, 4);
+        WriteSamples(&file, pair, 2);
     }
     file.Finish();
 }

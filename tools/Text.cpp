@@ -1,4 +1,4 @@
-// Text.cpp - see Text.h.
+// Text.cpp - how is it said, how far has it come, and what does a number, a rate or a size mean that somebody typed?
 #include "tools/Text.h"
 
 #include <algorithm>
@@ -65,16 +65,6 @@ void ParseSize(const std::string& option, const std::string& text, uint32_t* wid
 std::string TimeText(double seconds) {
     const auto whole = static_cast<uint64_t>(std::max(0.0, seconds) + 0.5);
     return fmt::format("{}:{:02}:{:02}", whole / 3600, whole / 60 % 60, whole % 60);
-}
-
-std::string LowerExtension(const std::string& name) {
-    const size_t dot = name.rfind('.');
-    const size_t slash = name.rfind('/');
-    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return "";
-    std::string extension = name.substr(dot);
-    for (char& c : extension)
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    return extension;
 }
 
 Progress::Progress(bool isQuiet, uint64_t totalFrames, Fraction frameRate, uint32_t targetBytes)

@@ -31,8 +31,6 @@ Fraction ParseRate(const std::string& option, const std::string& text);
 void ParseSize(const std::string& option, const std::string& text, uint32_t* width, uint32_t* height);
 // "1:02:03"
 std::string TimeText(double seconds);
-// The extension with its dot, in small letters (".y4m"); "" for none.
-std::string LowerExtension(const std::string& name);
 
 // How far a command has come: on a terminal one line that is drawn over, five times a second; in a log a plain line
 // every ten seconds; with --quiet nothing.

@@ -8,8 +8,10 @@
 
 namespace vorn {
 
+namespace {
+
 // Up to `most` of them, in their order; an oddity gives way to an error. Returns how many that were.
-static uint64_t PrintViolations(const VerifyCommandOptions& options, const reader::Violations& violations) {
+uint64_t PrintViolations(const VerifyCommandOptions& options, const reader::Violations& violations) {
     const uint64_t errors = std::min<uint64_t>(options.most, violations.errors);
     uint64_t left[2] = {};
     left[reader::SEVERITY_ERROR] = errors;
@@ -25,7 +27,7 @@ static uint64_t PrintViolations(const VerifyCommandOptions& options, const reade
 }
 
 // Of a movie that can be decoded.
-static void TellErrors(const VerifyCommandOptions& options, const reader::Movie& movie, FrameSource* source) {
+void TellErrors(const VerifyCommandOptions& options, const reader::Movie& movie, FrameSource* source) {
     SourceComparison how;
     how.name = options.movie;
     how.movie = &movie;
@@ -33,6 +35,8 @@ static void TellErrors(const VerifyCommandOptions& options, const reader::Movie&
     how.quiet = options.quiet;
     PrintErrors(movie, CompareWithSource(how, source));
 }
+
+} // namespace
 
 int RunVerify(const VerifyCommandOptions& options) {
     if (options.source.names.empty() && (!options.source.raw.empty() || options.source.seek != 0))

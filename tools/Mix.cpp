@@ -1,5 +1,6 @@
 // Mix.cpp - `vorn mix`: a finished movie with other sound; the picture stays as it is.
 #include <algorithm>
+#include <optional>
 
 #include "tools/Commands.h"
 #include "tools/Exit.h"
@@ -14,7 +15,16 @@ namespace vorn {
 namespace {
 
 struct MixRun {
-    Progress* progress = nullptr;
+    explicit MixRun(const MixOptions& given) : options(given) {}
+
+    const MixOptions& options;
+    std::vector<SoundOption> tracks;
+    int32_t shift = 0; // of new sound, as VornMix takes it
+    Fraction rate;     // 0/0: the movie's own
+    std::optional<MoviePart> part;
+    SoundTracks sounds;
+    uint32_t frames = 0;
+    std::optional<Progress> progress;
     bool cancelled = false;
     std::string message; // the library's own words
 };
@@ -76,11 +86,6 @@ void CheckArguments(const MixOptions& options, const std::vector<SoundOption>& t
         throw Failure{EXIT_USAGE, "--delay, --delay-ms: delay new sound; give --track with them"};
 }
 
-// What the library's message is about: the input, or anything else.
-int CodeOf(const std::string& message) {
-    return message.rfind("Input ", 0) == 0 ? EXIT_DAMAGED : EXIT_FAILED;
-}
-
 int32_t ChooseShift(const MixOptions& options) {
     if (options.delayFrames != 0 && options.delayMilliseconds != 0)
         throw Failure{EXIT_USAGE, "--delay and --delay-ms: give one of them"};
@@ -88,56 +93,74 @@ int32_t ChooseShift(const MixOptions& options) {
     return -static_cast<int32_t>(options.delayMilliseconds);
 }
 
+// Arguments and names, before anything is opened.
+void CheckMix(MixRun* run) {
+    const MixOptions& options = run->options;
+    for (const std::string& text : options.tracks) run->tracks.push_back(ParseTrackOption(text));
+    CheckArguments(options, run->tracks);
+    run->shift = ChooseShift(options);
+    if (!options.rate.empty()) run->rate = ParseRate("--fps", options.rate);
+    // The movie itself may be the output: it is replaced only once the new one is complete, and with --force only.
+    std::vector<std::string> inputs;
+    for (const SoundOption& track : run->tracks) {
+        inputs.push_back(track.name);
+        if (SameFile(track.name, options.output))
+            throw Failure{EXIT_USAGE, fmt::format("{}: is the input {} itself", options.output, track.name)};
+    }
+    const std::string target = CheckOutput(options.output, {}, options.force, true);
+    inputs.push_back(options.movie);
+    run->part.emplace(target, inputs, options.force);
+}
+
+// The movie is read whole for its tracks; it isn't kept.
+void LoadTracks(MixRun* run) {
+    const MixOptions& options = run->options;
+    reader::Movie movie;
+    reader::Violations violations;
+    OpenMovieFile(options.movie, false, &movie, &violations);
+    for (const SoundOption& track : run->tracks) run->sounds.Add(track);
+    AddDrops(options, movie, &run->sounds);
+    run->frames = movie.header.frames;
+    const Fraction rate = {movie.header.rateNumerator, movie.header.rateDenominator};
+    run->progress.emplace(options.quiet, run->frames, rate);
+}
+
+// What the library's message is about: the input, or anything else.
+int CodeOf(const std::string& message) {
+    return message.rfind("Input ", 0) == 0 ? EXIT_DAMAGED : EXIT_FAILED;
+}
+
+// Returns the bytes of the new movie, which then stands as NAME.part.
+uint32_t RunLibrary(MixRun* run) {
+    const MixOptions& options = run->options;
+    std::vector<TrackDescriptor>& tracks = run->sounds.descriptors;
+    running = run;
+    CountInterrupts();
+    const uint32_t bytes =
+        VornMix(options.movie.c_str(), run->part->PartName().c_str(), 0, run->rate.numerator, run->rate.denominator,
+                run->shift, static_cast<uint32_t>(tracks.size()), tracks.data(), HearLibrary);
+    run->progress->Clear();
+    if (run->cancelled)
+        throw Failure{EXIT_FAILED, fmt::format("{}: stopped by a signal; nothing is left", options.output)};
+    if (bytes == 0 || !run->message.empty()) {
+        const int code = CodeOf(run->message);
+        throw Failure{code, fmt::format("{}: {}", code == EXIT_DAMAGED ? options.movie : options.output,
+                                        run->message.empty() ? "the library failed without a word" : run->message)};
+    }
+    CheckMovie(run->part->PartName(), run->frames, options.output);
+    return bytes;
+}
+
 } // namespace
 
 int RunMix(const MixOptions& options) {
-    std::vector<SoundOption> tracks;
-    std::vector<std::string> inputs;
-    for (const std::string& text : options.tracks) {
-        tracks.push_back(ParseTrackOption(text));
-        inputs.push_back(tracks.back().name);
-    }
-    CheckArguments(options, tracks);
-    const int32_t shift = ChooseShift(options);
-    const Fraction rate = options.rate.empty() ? Fraction{} : ParseRate("--fps", options.rate);
-    // The movie itself may be the output: it is replaced only once the new one is complete, and with --force only.
-    for (const std::string& sound : inputs)
-        if (SameFile(sound, options.output))
-            throw Failure{EXIT_USAGE, fmt::format("{}: is the input {} itself", options.output, sound)};
-    const std::string target = CheckOutput(options.output, {}, options.force, true);
-    inputs.push_back(options.movie);
-    MoviePart part(target, inputs, options.force);
-    uint32_t frames = 0;
-    SoundTracks sounds;
-    Fraction movieRate;
-    {
-        reader::Movie movie;
-        reader::Violations violations;
-        OpenMovieFile(options.movie, false, &movie, &violations);
-        for (const SoundOption& track : tracks) sounds.Add(track);
-        AddDrops(options, movie, &sounds);
-        frames = movie.header.frames;
-        movieRate = {movie.header.rateNumerator, movie.header.rateDenominator};
-    }
-    Progress progress(options.quiet, frames, movieRate);
-    MixRun run;
-    run.progress = &progress;
-    running = &run;
-    CountInterrupts();
-    const uint32_t bytes =
-        VornMix(options.movie.c_str(), part.PartName().c_str(), 0, rate.numerator, rate.denominator, shift,
-                static_cast<uint32_t>(sounds.descriptors.size()), sounds.descriptors.data(), HearLibrary);
-    progress.Clear();
-    if (run.cancelled)
-        throw Failure{EXIT_FAILED, fmt::format("{}: stopped by a signal; nothing is left", options.output)};
-    if (bytes == 0 || !run.message.empty())
-        throw Failure{CodeOf(run.message),
-                      fmt::format("{}: {}", CodeOf(run.message) == EXIT_DAMAGED ? options.movie : options.output,
-                                  run.message.empty() ? "the library failed without a word" : run.message)};
-    CheckMovie(part.PartName(), frames, options.output);
-    part.Publish();
-    if (!options.quiet) Say(fmt::format("{}: {} frames, {} bytes\n", options.output, frames, bytes));
-    if (const std::string problem = sounds.Problem(); !problem.empty())
+    MixRun run(options);
+    CheckMix(&run);
+    LoadTracks(&run);
+    const uint32_t bytes = RunLibrary(&run);
+    run.part->Publish();
+    if (!options.quiet) Say(fmt::format("{}: {} frames, {} bytes\n", options.output, run.frames, bytes));
+    if (const std::string problem = run.sounds.Problem(); !problem.empty())
         throw Failure{EXIT_DAMAGED, fmt::format("{}; silence stands in for the rest", problem)};
     return EXIT_DONE;
 }

@@ -14,10 +14,6 @@
 #include "tools/Interrupt.h"
 #include "tools/Manual.h"
 
-#ifndef VORN_VERSION
-#define VORN_VERSION "unknown"
-#endif
-
 namespace vorn {
 
 namespace {
@@ -42,62 +38,94 @@ CLI::Validator Positive() {
     return CLI::Validator(check, "");
 }
 
-CLI::Validator Words(const std::vector<std::string>& words) {
+// A whole number from `least` to `most`, or several of them if the value is a list.
+template <class Value>
+CLI::Option* AddNumber(CLI::App* app, const std::string& name, Value* value, const std::string& what,
+                       const std::string& word, uint64_t least = 0, uint64_t most = UINT32_MAX) {
+    return app->add_option(name, *value, what)->check(Whole(least, most))->type_name(word);
+}
+
+// One of some words.
+void AddChoice(CLI::App* app, const std::string& name, std::string* value, const std::string& what,
+               const std::vector<std::string>& words) {
     const auto check = [=](const std::string& text) {
         if (std::find(words.begin(), words.end(), text) != words.end()) return std::string();
         return fmt::format("{} is none of {}", text, fmt::join(words, ", "));
     };
-    return CLI::Validator(check, "");
+    app->add_option(name, *value, what)
+        ->check(CLI::Validator(check, ""))
+        ->type_name(fmt::format("{}", fmt::join(words, "|")));
+}
+
+// ---- Options of several commands -------------------------------------------------------------------------------------
+
+void AddMovie(CLI::App* app, std::string* movie) {
+    app->add_option("MOVIE", *movie, "The movie")->required()->type_name("");
 }
 
 void AddForce(CLI::App* app, bool* force, bool* quiet) {
     app->add_flag("-f,--force", *force, "Replace an existing output, once the new one is complete");
-    if (quiet != nullptr) app->add_flag("-q,--quiet", *quiet, "No progress, no summary; errors only");
+    app->add_flag("-q,--quiet", *quiet, "No progress, no summary; errors only");
 }
 
 constexpr char INPUTS[] = "Y4M, PNG (files, a folder, shots/%04d.png); - is standard input";
 
+// The form of pictures and where they start. `input` is what --help calls them, `start` what is told of --seek.
+void AddSourceForm(CLI::App* app, InputOptions* options, const std::string& input, const std::string& start) {
+    app->add_option("--raw", options->raw, fmt::format("The {} is raw pictures, bytes B, G, R, A", input))
+        ->type_name("WIDTHxHEIGHT");
+    AddNumber(app, "--seek", &options->seek, start, "N");
+}
+
 // Where pictures come from.
 void AddInput(CLI::App* app, InputOptions* input, const std::string& name, const std::string& what) {
     app->add_option(name, input->names, what)->required()->type_name("");
-    app->add_option("--raw", input->raw, "The input is raw pictures, bytes B, G, R, A")->type_name("WIDTHxHEIGHT");
-    app->add_option("--seek", input->seek, "Start at frame N of the input, counted from 0")
-        ->check(Whole(0))
-        ->type_name("N");
+    AddSourceForm(app, input, "input", "Start at frame N of the input, counted from 0");
+}
+
+// What a movie was made from, if that is wanted.
+void AddSource(CLI::App* app, InputOptions* source, const std::string& what) {
+    app->add_option("--source", source->names, what)->allow_extra_args(false)->type_name("FILE");
+    AddSourceForm(app, source, "source", "The movie starts at frame N of the source");
 }
 
 void AddRate(CLI::App* app, InputOptions* input) {
     app->add_option("--fps", input->rate, "Frames per second, in place of what the input says")->type_name("N/D");
 }
 
+void AddLookAhead(CLI::App* app, uint32_t* lookAhead) {
+    AddNumber(app, "--look-ahead", lookAhead, "Frames over which bytes are shared out (16)", "2..64", 2, 64);
+}
+
+void AddFrames(CLI::App* app, uint32_t* frames) {
+    AddNumber(app, "--frames", frames, "Take at most so many frames", "N", 1);
+}
+
+void AddThreads(CLI::App* app, uint32_t* threads) {
+    AddNumber(app, "--threads", threads, "Threads that compress (one per processor)", "1..32", 1, 32);
+}
+
+// ---- The commands ----------------------------------------------------------------------------------------------------
+
 // How large the movie becomes and how the bytes are shared out.
 void AddMakeSize(CLI::App* app, MakeOptions* o) {
     app->add_option("--rate", o->rateKbit, "Size of the movie, sound and picture, in kbit/s")
         ->check(Positive())
         ->type_name("KBIT");
-    app->add_option("--frame-bytes", o->frameBytes, "The same as bytes a frame")->check(Whole(1))->type_name("N");
-    app->add_option("--quality", o->quality, "The same by picture size; middle is the default")
-        ->check(Words({"low", "middle", "high"}))
-        ->type_name("low|middle|high");
-    app->add_option("--cap", o->cap, "Most bytes for the picture of a frame (no limit)")
-        ->check(Whole(0))
-        ->type_name("BYTES");
-    app->add_option("--key-interval", o->keyInterval, "Frames from one key frame to the next (only the first)")
-        ->check(Whole(0))
-        ->type_name("N");
-    app->add_option("--look-ahead", o->lookAhead, "Frames over which bytes are shared out (16)")
-        ->check(Whole(2, 64))
-        ->type_name("2..64");
+    AddNumber(app, "--frame-bytes", &o->frameBytes, "The same as bytes a frame", "N", 1);
+    AddChoice(app, "--quality", &o->quality, "The same by picture size; middle is the default",
+              {"low", "middle", "high"});
+    AddNumber(app, "--cap", &o->cap, "Most bytes for the picture of a frame (no limit)", "BYTES");
+    AddNumber(app, "--key-interval", &o->keyInterval, "Frames from one key frame to the next (only the first)", "N");
+    AddLookAhead(app, &o->lookAhead);
 }
 
 void AddMake(CLI::App* main, MakeOptions* o) {
     CLI::App* app = main->add_subcommand("make", "Make a movie from pictures and sound");
     AddInput(app, &o->input, "INPUT", INPUTS);
     AddRate(app, &o->input);
-    app->add_option("--frames", o->frames, "Take at most so many frames")->check(Whole(1))->type_name("N");
-    app->add_option("--capacity", o->capacity, "Room for frames from a long pipe (108000)")
-        ->check(Whole(1))
-        ->type_name("N");
+    AddFrames(app, &o->frames);
+    AddNumber(app, "--capacity", &o->capacity, "Room for frames from a long pipe (108000)", "N", 1);
     app->add_option("-o,--output", o->output, "The movie")->required()->type_name("OUT.vrn");
     AddMakeSize(app, o);
     app->add_flag("--grey", o->grey, "Leave the colour out");
@@ -108,9 +136,7 @@ void AddMake(CLI::App* main, MakeOptions* o) {
         ->type_name("FILE[,id=N,quality=N]");
     app->add_flag("--verify", o->verify, "Read everything back and compare it with what the encoder holds");
     app->add_option("--log", o->log, "A table: size, error and time of each frame")->type_name("FRAMES.csv");
-    app->add_option("--threads", o->threads, "Threads that compress (one per processor)")
-        ->check(Whole(1, 32))
-        ->type_name("1..32");
+    AddThreads(app, &o->threads);
     AddForce(app, &o->force, &o->quiet);
     app->footer("Examples: vorn make clip.y4m --audio clip.wav --rate 800 -o clip.vrn\n"
                 "          vorn make shots/%04d.png --fps 25 --quality high -o shots.vrn");
@@ -118,7 +144,7 @@ void AddMake(CLI::App* main, MakeOptions* o) {
 
 void AddInfo(CLI::App* main, InfoOptions* o) {
     CLI::App* app = main->add_subcommand("info", "Tell what a movie is and where its bytes go");
-    app->add_option("MOVIE", o->movie, "The movie")->required()->type_name("");
+    AddMovie(app, &o->movie);
     app->add_flag("--frames", o->frames, "A line for each frame as well");
     app->add_flag("--blocks", o->blocks, "How the blocks of each plane are coded; with --frames of each");
     app->add_flag("--json", o->json, "All of it as JSON, for programs");
@@ -127,15 +153,9 @@ void AddInfo(CLI::App* main, InfoOptions* o) {
 
 void AddVerify(CLI::App* main, VerifyCommandOptions* o) {
     CLI::App* app = main->add_subcommand("verify", "Decode all of a movie and check every rule of the format");
-    app->add_option("MOVIE", o->movie, "The movie")->required()->type_name("");
-    app->add_option("--source", o->source.names, "What it was made from: tell error and PSNR of each plane")
-        ->allow_extra_args(false)
-        ->type_name("FILE");
-    app->add_option("--raw", o->source.raw, "The source is raw pictures, bytes B, G, R, A")->type_name("WIDTHxHEIGHT");
-    app->add_option("--seek", o->source.seek, "The movie starts at frame N of the source")
-        ->check(Whole(0))
-        ->type_name("N");
-    app->add_option("--most", o->most, "Print at most so many violations (10)")->check(Whole(0))->type_name("N");
+    AddMovie(app, &o->movie);
+    AddSource(app, &o->source, "What it was made from: tell error and PSNR of each plane");
+    AddNumber(app, "--most", &o->most, "Print at most so many violations (10)", "N");
     app->add_flag("--growing", o->growing, "The movie isn't finished yet: a NAME.part.tmp");
     app->add_flag("--no-pacing", o->noPacing, "Sound need not be 3/4 of a second ahead (after mix --fps)");
     app->add_flag("-q,--quiet", o->quiet, "Violations only");
@@ -145,18 +165,14 @@ void AddVerify(CLI::App* main, VerifyCommandOptions* o) {
 
 void AddDecode(CLI::App* main, DecodeOptions* o) {
     CLI::App* app = main->add_subcommand("decode", "Write a movie's pictures or sound to a plain file");
-    app->add_option("MOVIE", o->movie, "The movie")->required()->type_name("");
+    AddMovie(app, &o->movie);
     app->add_option("-o,--output", o->output, ".y4m, .bgra, .wav, .png, shots/%04d.png, a folder; - is a pipe")
         ->required()
         ->type_name("OUT");
-    app->add_option("--as", o->kind, "What to write if the name doesn't tell")
-        ->check(Words({"y4m", "bgra", "png", "wav"}))
-        ->type_name("y4m|bgra|png|wav");
+    AddChoice(app, "--as", &o->kind, "What to write if the name doesn't tell", {"y4m", "bgra", "png", "wav"});
     app->add_option("--frame", o->frames, "Only frame N, frames N to M, or all from N on, counted from 0")
         ->type_name("N, N-M, N-");
-    app->add_option("--audio", o->track, "The sound of track ID instead of the picture")
-        ->check(Whole(0))
-        ->type_name("ID");
+    AddNumber(app, "--audio", &o->track, "The sound of track ID instead of the picture", "ID");
     AddForce(app, &o->force, &o->quiet);
     app->footer("Examples: vorn decode clip.vrn --frame 25 -o picture.png\n"
                 "          vorn decode clip.vrn --frame 0-24 -o shots/%04d.png");
@@ -164,36 +180,24 @@ void AddDecode(CLI::App* main, DecodeOptions* o) {
 
 void AddCompare(CLI::App* main, CompareOptions* o) {
     CLI::App* app = main->add_subcommand("compare", "Tell how far a movie is from its source");
-    app->add_option("MOVIE", o->movie, "The movie")->required()->type_name("");
+    AddMovie(app, &o->movie);
     AddInput(app, &o->source, "SOURCE", "What it was made from");
     app->add_option("-o,--output", o->picture, "A picture of source (left) and result (right)")->type_name("SIDES.png");
-    app->add_option("--frame", o->frame, "Only this frame; else all, and the picture is of the middle one")
-        ->check(Whole(0))
-        ->type_name("N");
+    AddNumber(app, "--frame", &o->frame, "Only this frame; else all, and the picture is of the middle one", "N");
     AddForce(app, &o->force, &o->quiet);
     app->footer("Example: vorn compare clip.vrn clip.y4m -o sides.png");
 }
 
 void AddReport(CLI::App* main, ReportOptions* o) {
     CLI::App* app = main->add_subcommand("report", "Make a page that plays a movie and shows where its bytes go");
-    app->add_option("MOVIE", o->movie, "The movie")->required()->type_name("");
+    AddMovie(app, &o->movie);
     app->add_option("-o,--output", o->output, "The page, with everything in it; - is standard output")
         ->required()
         ->type_name("OUT.html");
-    app->add_option("--source", o->source.names, "What it was made from, to show errors and pictures side by side")
-        ->allow_extra_args(false)
-        ->type_name("FILE");
-    app->add_option("--raw", o->source.raw, "The source is raw pictures, bytes B, G, R, A")->type_name("WIDTHxHEIGHT");
-    app->add_option("--seek", o->source.seek, "The movie starts at frame N of the source")
-        ->check(Whole(0))
-        ->type_name("N");
-    app->add_option("--show", o->shown, "Show this frame beside its source; any number of them")
-        ->allow_extra_args(false)
-        ->check(Whole(0))
-        ->type_name("N");
-    app->add_option("--frame-bytes", o->frameBytes, "The budget that it was made with (the mean frame)")
-        ->check(Whole(1))
-        ->type_name("N");
+    AddSource(app, &o->source, "What it was made from, to show errors and pictures side by side");
+    AddNumber(app, "--show", &o->shown, "Show this frame beside its source; any number of them", "N")
+        ->allow_extra_args(false);
+    AddNumber(app, "--frame-bytes", &o->frameBytes, "The budget that it was made with (the mean frame)", "N", 1);
     app->add_option("--rate", o->rateKbit, "The same as a data rate in kbit/s")->check(Positive())->type_name("KBIT");
     AddForce(app, &o->force, &o->quiet);
     app->footer("Example: vorn report clip.vrn --source clip.y4m --rate 800 -o clip.html");
@@ -201,23 +205,16 @@ void AddReport(CLI::App* main, ReportOptions* o) {
 
 void AddMix(CLI::App* main, MixOptions* o) {
     CLI::App* app = main->add_subcommand("mix", "Give a finished movie other sound; its picture stays as it is");
-    app->add_option("MOVIE", o->movie, "The movie")->required()->type_name("");
+    AddMovie(app, &o->movie);
     app->add_option("-o,--output", o->output, "The new movie; with --force also the old one")
         ->required()
         ->type_name("OUT.vrn");
     app->add_option("--track", o->tracks, "Replace track ID, or add it; any number of them")
         ->allow_extra_args(false)
         ->type_name("ID=FILE[,quality=N]");
-    app->add_option("--drop", o->drops, "Leave track ID out; any number of them")
-        ->allow_extra_args(false)
-        ->check(Whole(0))
-        ->type_name("ID");
-    app->add_option("--delay", o->delayFrames, "Start new sound so many frames late")
-        ->check(Whole(0, 1 << 30))
-        ->type_name("FRAMES");
-    app->add_option("--delay-ms", o->delayMilliseconds, "Start new sound so much later")
-        ->check(Whole(0, 1 << 30))
-        ->type_name("MS");
+    AddNumber(app, "--drop", &o->drops, "Leave track ID out; any number of them", "ID")->allow_extra_args(false);
+    AddNumber(app, "--delay", &o->delayFrames, "Start new sound so many frames late", "FRAMES", 0, 1 << 30);
+    AddNumber(app, "--delay-ms", &o->delayMilliseconds, "Start new sound so much later", "MS", 0, 1 << 30);
     app->add_option("--fps", o->rate, "A new frame rate")->type_name("N/D");
     AddForce(app, &o->force, &o->quiet);
     app->footer("Example: vorn mix clip.vrn --track 0=speech.flac,quality=104 -o dubbed.vrn");
@@ -227,19 +224,11 @@ void AddBench(CLI::App* main, BenchOptions* o) {
     CLI::App* app = main->add_subcommand("bench", "Measure how fast a whole movie is made");
     AddInput(app, &o->input, "INPUT", INPUTS);
     AddRate(app, &o->input);
-    app->add_option("--frame-bytes", o->frameBytes, "Bytes for each frame (one for every 8 pixels)")
-        ->check(Whole(1))
-        ->type_name("N");
-    app->add_option("--look-ahead", o->lookAhead, "Frames over which bytes are shared out (16)")
-        ->check(Whole(2, 64))
-        ->type_name("2..64");
-    app->add_option("--frames", o->frames, "Take at most so many frames")->check(Whole(1))->type_name("N");
-    app->add_option("--threads", o->threads, "Threads that compress (one per processor)")
-        ->check(Whole(1, 32))
-        ->type_name("1..32");
-    app->add_option("--rounds", o->rounds, "Make the movie so often and tell the fastest (3)")
-        ->check(Whole(1, 1000))
-        ->type_name("N");
+    AddNumber(app, "--frame-bytes", &o->frameBytes, "Bytes for each frame (one for every 8 pixels)", "N", 1);
+    AddLookAhead(app, &o->lookAhead);
+    AddFrames(app, &o->frames);
+    AddThreads(app, &o->threads);
+    AddNumber(app, "--rounds", &o->rounds, "Make the movie so often and tell the fastest (3)", "N", 1, 1000);
     app->footer("Example: vorn bench clip.y4m --threads 1");
 }
 
@@ -253,7 +242,7 @@ void AddScene(CLI::App* main, SceneOptions* o) {
     app->add_option("--sound", o->sound, "A tune as long as the pictures")->type_name("OUT.wav");
     app->add_option("--size", o->size, "Size of the pictures (320x240)")->type_name("WIDTHxHEIGHT");
     app->add_option("--fps", o->rate, "Frames per second (25)")->type_name("N/D");
-    app->add_option("--frames", o->frames, "Number of frames (100)")->check(Whole(1))->type_name("N");
+    AddNumber(app, "--frames", &o->frames, "Number of frames (100)", "N", 1);
     AddForce(app, &o->force, &o->quiet);
     app->footer("Example: vorn scene balls -o balls.y4m --sound balls.wav");
 }
@@ -314,6 +303,14 @@ void CheckCommand(const CLI::App& app, int count, char** arguments) {
     throw Failure{EXIT_USAGE, fmt::format("{}; there are {}; see --help", what, names)};
 }
 
+// A caller may have closed the first three descriptors; an output file must not get one of their numbers. What is put in
+// their place answers the wrong use with an error.
+void OpenStandardStreams() {
+    const int modes[3] = {O_WRONLY, O_RDONLY, O_RDWR};
+    for (int number = 0; number < 3; number++)
+        if (fcntl(number, F_GETFD) < 0 && errno == EBADF) open("/dev/null", modes[number]); // takes the lowest number
+}
+
 int Run(int count, char** arguments) {
     MakeOptions make;
     InfoOptions info;
@@ -366,16 +363,8 @@ int Run(int count, char** arguments) {
 
 } // namespace vorn
 
-// A caller may have closed the first three descriptors; an output file must not get one of their numbers. What is put in
-// their place answers the wrong use with an error.
-static void OpenStandardStreams() {
-    const int modes[3] = {O_WRONLY, O_RDONLY, O_RDWR};
-    for (int number = 0; number < 3; number++)
-        if (fcntl(number, F_GETFD) < 0 && errno == EBADF) open("/dev/null", modes[number]); // takes the lowest number
-}
-
 int main(int count, char** arguments) {
-    OpenStandardStreams();
+    vorn::OpenStandardStreams();
     // A reader of ours that has gone shows as a failed write.
     std::signal(SIGPIPE, SIG_IGN);
     vorn::CatchInterrupts();

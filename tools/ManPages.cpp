@@ -3,10 +3,6 @@
 #include "tools/Manual.h"
 #include "tools/Text.h"
 
-#ifndef VORN_VERSION
-#define VORN_VERSION "unknown"
-#endif
-
 namespace vorn {
 
 namespace {
@@ -55,46 +51,41 @@ std::string Literal(const std::string& text) {
 struct Section {
     const char* command;
     const char* title;
-    const char* text; // paragraphs divided by newlines
+    const char* text; // paragraphs divided by empty lines
 };
 
 const Section SECTIONS[] = {
     {"make", "PICTURES",
-     "Y4M with 8 bits a sample: C420 (taken as C420jpeg), C420jpeg, C420mpeg2, C420paldv, C422, C444, Cmono; BT.601, "
-     "studio range. Interlaced pictures are coded as whole pictures, pixel aspect is not kept.\n"
-     "PNG: single files in the order given, all of a folder, or a numbered row such as shots/%04d.png. Their alpha is "
-     "kept.\n"
-     "Or raw pictures, see --raw. Several inputs follow one another."},
+     R"(Y4M with 8 bits a sample: C420 (taken as C420jpeg), C420jpeg, C420mpeg2, C420paldv, C422, C444, Cmono; BT.601,
+studio range. Interlaced pictures are coded as whole pictures, pixel aspect is not kept.
+
+PNG: single files in the order given, all of a folder, or a numbered row such as shots/%04d.png. Their alpha is kept.
+
+Or raw pictures, see --raw. Several inputs follow one another.)"},
     {"make", "SOUND",
-     "WAV, FLAC, Ogg and AIFF with 1 or 2 channels and up to 65535 samples a second; wider samples are rounded to 16 "
-     "bits. "
-     "Sound that ends before the picture is followed by silence. A quality below 100 codes each channel alone, from "
-     "100 on "
-     "both together; modulo 100, 0 is the finest and from 36 on nearly nothing is left."},
+     R"(WAV, FLAC, Ogg and AIFF with 1 or 2 channels and up to 65535 samples a second; wider samples are rounded to 16 bits.
+Sound that ends before the picture is followed by silence. A quality below 100 codes each channel alone, from 100 on both
+together; modulo 100, 0 is the finest and from 36 on nearly nothing is left.)"},
     {"make", "PIPES",
-     "A pipe does not tell how long it is. Up to 64 MiB of its pictures are read before the movie is opened; if it "
-     "ends "
-     "within them, the movie is the same as from a file. If not, room is left for --capacity frames."},
+     R"(A pipe does not tell how long it is. Up to 64 MiB of its pictures are read before the movie is opened; if it ends
+within them, the movie is the same as from a file. If not, room is left for --capacity frames.)"},
     {"make", "FILES",
-     "While it is made the movie is called OUT.vrn.part.tmp, which is a movie as well: after a crash, vorn verify "
-     "--growing "
-     "reads it. It takes its name when it is complete and on disk. Should another file appear under that name "
-     "meanwhile, it "
-     "stays, and so does OUT.vrn.part."},
+     R"(While it is made the movie is called OUT.vrn.part.tmp, which is a movie as well: after a crash, vorn verify
+--growing reads it. It takes its name when it is complete and on disk. Should another file appear under that name
+meanwhile, it stays, and so does OUT.vrn.part.)"},
     {"make", "SIGNALS",
-     "One SIGINT, SIGTERM or SIGHUP ends the movie with the frames done, as a complete file. A second one drops it."},
+     R"(One SIGINT, SIGTERM or SIGHUP ends the movie with the frames done, as a complete file. A second one drops it.)"},
     {"decode", "DAMAGED MOVIES", "What comes before the damage is written, but no complete file is replaced with it."},
     {"mix", "TRACKS",
-     "A track is replaced if the movie has one of that number, else added. The picture stays byte for byte. New sound "
-     "comes "
-     "in the formats and with the qualities that vorn make takes."},
+     R"(A track is replaced if the movie has one of that number, else added. The picture stays byte for byte. New sound
+comes in the formats and with the qualities that vorn make takes.)"},
 };
 
 const std::pair<int, const char*> EXIT_TEXTS[] = {
     {EXIT_DONE, "Done."},
     {EXIT_FAILED,
-     "Something can't be opened, read or written, or is of a kind that isn't taken; or a signal stopped the "
-     "command, with nothing left."},
+     R"(Something can't be opened, read or written, or is of a kind that isn't taken; or a signal stopped the command,
+with nothing left.)"},
     {EXIT_USAGE, "Arguments that make no sense."},
     {EXIT_DIFFERS, "verify: the movie can be decoded, but breaks a rule of the format."},
     {EXIT_DAMAGED, "The input is damaged, cut, or longer than the movie can be. What came before has been written."},
@@ -102,10 +93,21 @@ const std::pair<int, const char*> EXIT_TEXTS[] = {
     {EXIT_STOPPED, "Stopped by a signal, with a complete file of what was done."},
 };
 
+// Lines of a paragraph become one: roff breaks them where it likes.
 std::string Paragraphs(const std::string& text) {
-    std::string roff;
-    for (const char c : Roff(text)) roff += c == '\n' ? std::string("\n.PP\n") : std::string(1, c);
-    return roff + "\n";
+    const std::string roff = Roff(text);
+    std::string paragraphs;
+    for (size_t at = 0; at < roff.size(); at++) {
+        if (roff[at] != '\n') {
+            paragraphs += roff[at];
+        } else if (roff[at + 1] != '\n') {
+            paragraphs += ' ';
+        } else {
+            paragraphs += "\n.PP\n";
+            at++;
+        }
+    }
+    return paragraphs + "\n";
 }
 
 std::string Value(const OptionText& option) {
@@ -145,7 +147,7 @@ std::string Commands(const CommandText& program) {
 
 std::string ExitStatus() {
     std::string text = ".SH \"EXIT STATUS\"\n";
-    for (const auto& [code, meaning] : EXIT_TEXTS) text += fmt::format(".TP\n.B {}\n{}\n", code, Roff(meaning));
+    for (const auto& [code, meaning] : EXIT_TEXTS) text += fmt::format(".TP\n.B {}\n{}", code, Paragraphs(meaning));
     return text;
 }
 

@@ -261,7 +261,6 @@ std::unique_ptr<FrameSource> OpenFrames(const InputOptions& options) {
         sources.push_back(OpenNext(options, &at));
         PictureFormat& format = sources.back()->format;
         if (!options.rate.empty()) format.rate = ParseRate("--fps", options.rate);
-        if (format.rate.numerator == 0) format.rate = options.otherRate;
         if (format.rate.numerator == 0)
             throw Failure{EXIT_USAGE, fmt::format("{}: doesn't say how many frames a second it has; give --fps N/D",
                                                   sources.back()->name)};

@@ -84,7 +84,6 @@ struct InputOptions {
     std::vector<std::string> names; // "-" is standard input
     std::string raw;                // "WIDTHxHEIGHT": they are raw BGRA; "" for Y4M and PNG
     std::string rate;               // "N/D" in place of what the input says, or ""
-    Fraction otherRate;             // for inputs that don't say, where it doesn't matter; 0/0: they are refused
     uint32_t seek = 0;              // frames to leave out at the start
 };
 

@@ -1,4 +1,4 @@
-// PlaneErrors.cpp - see PlaneErrors.h.
+// PlaneErrors.cpp - how far are the planes of a movie from those that the encoder made of its source?
 #include "tools/PlaneErrors.h"
 
 #include <algorithm>
@@ -10,8 +10,10 @@
 
 namespace vorn {
 
-static void AddPlane(const std::vector<uint8_t>& source, const reader::DecodedPlane& result, uint32_t width,
-                     uint32_t height, PlaneError* error) {
+namespace {
+
+void AddPlane(const std::vector<uint8_t>& source, const reader::DecodedPlane& result, uint32_t width, uint32_t height,
+              PlaneError* error) {
     for (uint32_t y = 0; y < height; y++) {
         for (uint32_t x = 0; x < width; x++) {
             const int difference = source[size_t(y) * width + x] - result.samples[size_t(y) * result.width + x];
@@ -24,8 +26,41 @@ static void AddPlane(const std::vector<uint8_t>& source, const reader::DecodedPl
     error->samples += uint64_t(width) * height;
 }
 
-static void AddFrame(const reader::Movie& movie, const MoviePlanes& source, const FrameWalk& walk,
-                     MovieErrors* errors) {
+// Peak signal-to-noise ratio in decibels, with 255 as the peak.
+std::string DecibelText(const PlaneError& error) {
+    if (error.square == 0) return "exact";
+    return fmt::format("{:.2f} dB", 10 * std::log10(255.0 * 255.0 * static_cast<double>(error.samples) /
+                                                    static_cast<double>(error.square)));
+}
+
+} // namespace
+
+std::unique_ptr<FrameSource> OpenSource(const InputOptions& options, const std::string& name,
+                                        const reader::Movie& movie) {
+    InputOptions input = options;
+    input.rate =
+        fmt::format("{}/{}", std::max(1u, movie.header.rateNumerator), std::max(1u, movie.header.rateDenominator));
+    std::unique_ptr<FrameSource> source = OpenFrames(input);
+    const PictureFormat& format = source->format;
+    if (format.width != movie.header.width || format.height != movie.header.height)
+        throw Failure{EXIT_USAGE, fmt::format("{}: {}x{} pixels, but {} has {}x{}", source->name, format.width,
+                                              format.height, name, movie.header.width, movie.header.height)};
+    return source;
+}
+
+void ReadSource(FrameSource* source, const std::string& name, const reader::Movie& movie, uint32_t frame,
+                uint8_t* bgra) {
+    const ReadResult result = bgra != nullptr ? source->Read(bgra) : source->Skip();
+    if (result == ReadResult::DONE) return;
+    if (!source->problem.empty()) throw Failure{EXIT_DAMAGED, source->problem};
+    throw Failure{EXIT_DAMAGED, fmt::format("{}: ends before frame {}, but {} has {}", source->name, frame, name,
+                                            movie.header.frames)};
+}
+
+void AddFrameErrors(const reader::Movie& movie, const std::vector<uint8_t>& bgra, const FrameWalk& walk,
+                    MovieErrors* errors) {
+    MoviePlanes source;
+    BgraToMoviePlanes(bgra.data(), movie.header.width, movie.header.height, &source);
     const std::vector<uint8_t>* planes[reader::PLANES] = {&source.y, &source.cr, &source.cb, &source.alpha};
     for (int p = 0; p < reader::PLANES; p++) {
         if (!MovieHasPlane(movie, p)) continue;
@@ -36,47 +71,21 @@ static void AddFrame(const reader::Movie& movie, const MoviePlanes& source, cons
     errors->frames++;
 }
 
-std::unique_ptr<FrameSource> OpenSource(const InputOptions& options, const std::string& name,
-                                        const reader::Movie& movie) {
-    InputOptions input = options;
-    input.otherRate = {std::max(1u, movie.header.rateNumerator), std::max(1u, movie.header.rateDenominator)};
-    std::unique_ptr<FrameSource> source = OpenFrames(input);
-    const PictureFormat& format = source->format;
-    if (format.width != movie.header.width || format.height != movie.header.height)
-        throw Failure{EXIT_USAGE, fmt::format("{}: {}x{} pixels, but {} has {}x{}", source->name, format.width,
-                                              format.height, name, movie.header.width, movie.header.height)};
-    return source;
-}
-
 MovieErrors CompareWithSource(const SourceComparison& how, FrameSource* source) {
     MovieErrors errors;
     std::vector<uint8_t> bgra(size_t(source->format.width) * source->format.height * 4);
-    MoviePlanes planes;
     FrameWalk walk(how.name, *how.movie, how.first);
     Progress progress(how.quiet, how.end, {});
     for (uint32_t frame = 0; frame < how.end; frame++) {
         const bool taken = frame >= how.first;
-        const ReadResult result = taken ? source->Read(bgra.data()) : source->Skip();
-        if (result != ReadResult::DONE)
-            throw Failure{EXIT_DAMAGED, source->problem.empty()
-                                            ? fmt::format("{}: ends before frame {}, but {} has {}", source->name,
-                                                          frame, how.name, how.movie->header.frames)
-                                            : source->problem};
+        ReadSource(source, how.name, *how.movie, frame, taken ? bgra.data() : nullptr);
         progress.Update(frame, 0);
         if (!taken) continue;
         walk.Next();
-        BgraToMoviePlanes(bgra.data(), source->format.width, source->format.height, &planes);
-        AddFrame(*how.movie, planes, walk, &errors);
+        AddFrameErrors(*how.movie, bgra, walk, &errors);
         if (how.look) how.look(frame, bgra, walk);
     }
     return errors;
-}
-
-// Peak signal-to-noise ratio in decibels, with 255 as the peak.
-static std::string DecibelText(const PlaneError& error) {
-    if (error.square == 0) return "exact";
-    return fmt::format("{:.2f} dB", 10 * std::log10(255.0 * 255.0 * static_cast<double>(error.samples) /
-                                                    static_cast<double>(error.square)));
 }
 
 void PrintErrors(const reader::Movie& movie, const MovieErrors& errors) {

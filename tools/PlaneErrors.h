@@ -35,9 +35,16 @@ struct SourceComparison {
     std::function<void(uint32_t, const std::vector<uint8_t>&, const FrameWalk&)> look;
 };
 
-// Opens the source of a movie. Throws a Failure if its pictures have another size.
+// Opens the source of a movie, whatever its frame rate. Throws a Failure if its pictures have another size.
+// `name` is the movie's, here and below.
 std::unique_ptr<FrameSource> OpenSource(const InputOptions& options, const std::string& name,
                                         const reader::Movie& movie);
+// Reads the source's picture of a frame, or goes past it if `bgra` is null. Throws a Failure if it can't be had.
+void ReadSource(FrameSource* source, const std::string& name, const reader::Movie& movie, uint32_t frame,
+                uint8_t* bgra);
+// Adds the errors of the frame that `walk` has just decoded. bgra: the source's picture of it.
+void AddFrameErrors(const reader::Movie& movie, const std::vector<uint8_t>& bgra, const FrameWalk& walk,
+                    MovieErrors* errors);
 // Throws a Failure if the source ends too early, or a frame can't be decoded.
 MovieErrors CompareWithSource(const SourceComparison& how, FrameSource* source);
 // A table on standard output.

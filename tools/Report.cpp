@@ -1,13 +1,12 @@
 // Report.cpp - `vorn report`: a page that plays a movie and shows where its bytes go.
 #include <algorithm>
-#include <cstdlib>
-
-#include <png.h>
 
 #include "format/BlockFormat.h"
 #include "tools/Commands.h"
 #include "tools/Exit.h"
 #include "tools/MovieFile.h"
+#include "tools/PlaneErrors.h"
+#include "tools/Png.h"
 #include "tools/ReportPage.h"
 
 namespace vorn {
@@ -17,27 +16,6 @@ namespace {
 // Base 64 of this is as long a text as browsers take.
 constexpr size_t MOST_MOVIE_BYTES = size_t(256) << 20;
 constexpr int PLANE_STREAM_WORD = 4;
-
-std::vector<uint8_t> EncodePng(const std::vector<uint8_t>& bgra, uint32_t width, uint32_t height, bool alpha) {
-    std::vector<uint8_t> pixels;
-    for (size_t i = 0; i < bgra.size(); i++)
-        if (alpha || i % 4 != 3) pixels.push_back(bgra[i]);
-    png_image image = {};
-    image.version = PNG_IMAGE_VERSION;
-    image.width = width;
-    image.height = height;
-    image.format = alpha ? PNG_FORMAT_BGRA : PNG_FORMAT_BGR;
-    png_alloc_size_t size = 0;
-    std::vector<uint8_t> png;
-    bool done = png_image_write_to_memory(&image, nullptr, &size, 0, pixels.data(), 0, nullptr) != 0;
-    if (done) {
-        png.resize(size);
-        done = png_image_write_to_memory(&image, png.data(), &size, 0, pixels.data(), 0, nullptr) != 0;
-    }
-    if (!done) throw Failure{EXIT_FAILED, fmt::format("a picture can't be written as PNG ({})", image.message)};
-    png.resize(size);
-    return png;
-}
 
 // ---- What the movie itself tells ------------------------------------------------------------------------------------
 
@@ -69,62 +47,35 @@ void AddModes(const reader::Movie& movie, const FrameWalk& walk, Report* report)
 
 // ---- What the source tells ------------------------------------------------------------------------------------------
 
-void AddPlaneError(const std::vector<uint8_t>& source, const reader::DecodedPlane& result, uint32_t width,
-                   uint32_t height, ReportPlane* plane) {
-    uint64_t absolute = 0;
-    uint64_t square = 0;
-    for (uint32_t y = 0; y < height; y++) {
-        for (uint32_t x = 0; x < width; x++) {
-            const int difference = source[size_t(y) * width + x] - result.samples[size_t(y) * result.width + x];
-            absolute += static_cast<uint32_t>(std::abs(difference));
-            square += static_cast<uint32_t>(difference * difference);
-        }
-    }
-    const double samples = double(width) * height;
-    plane->absoluteError.push_back(static_cast<double>(absolute) / samples);
-    plane->squaredError.push_back(static_cast<double>(square) / samples);
-}
-
-void AddErrors(const reader::Movie& movie, const MoviePlanes& source, const FrameWalk& walk, Report* report) {
-    const std::vector<uint8_t>* planes[reader::PLANES] = {&source.y, &source.cr, &source.cb, &source.alpha};
+void AddErrors(const reader::Movie& movie, const MovieErrors& frame, Report* report) {
     for (int p = 0; p < reader::PLANES; p++) {
         if (!MovieHasPlane(movie, p)) continue;
-        uint32_t width, height;
-        PictureSize(movie, p, &width, &height);
-        AddPlaneError(*planes[p], walk.Plane(p), width, height, &report->planes[size_t(p)]);
+        const PlaneError& error = frame.planes[p];
+        const auto samples = static_cast<double>(error.samples);
+        report->planes[size_t(p)].absoluteError.push_back(static_cast<double>(error.absolute) / samples);
+        report->planes[size_t(p)].squaredError.push_back(static_cast<double>(error.square) / samples);
     }
 }
 
 // Reads the source along with the movie and keeps the pictures to show.
 class SourceWalk {
 public:
-    SourceWalk(const ReportOptions& theOptions, const reader::Movie& theMovie) : options(theOptions), movie(theMovie) {
-        const VornFileHeader& header = movie.header;
-        InputOptions input = options.source;
-        input.rate = fmt::format("{}/{}", header.rateNumerator, header.rateDenominator); // for sources without one
-        source = OpenFrames(input);
-        const PictureFormat& format = source->format;
-        if (format.width != header.width || format.height != header.height)
-            throw Failure{EXIT_USAGE,
-                          fmt::format("--source {}: {}x{} pixels, but {} has {}x{}", source->name, format.width,
-                                      format.height, options.movie, header.width, header.height)};
-        chosen = options.shown;
-        if (chosen.empty() && header.frames > 0) chosen = {0, header.frames / 2, header.frames - 1};
-        for (const uint32_t frame : options.shown)
-            if (frame >= header.frames)
-                throw Failure{EXIT_USAGE, fmt::format("--show {}: {} has {} frames, counted from 0", frame,
-                                                      options.movie, header.frames)};
-        picture.resize(size_t(format.width) * format.height * 4);
+    SourceWalk(const ReportOptions& theOptions, const reader::Movie& theMovie)
+        : options(theOptions), movie(theMovie), source(OpenSource(options.source, options.movie, movie)),
+          chosen(options.shown), picture(size_t(source->format.width) * source->format.height * 4) {
+        const uint32_t frames = movie.header.frames;
+        for (const uint32_t frame : chosen)
+            if (frame >= frames)
+                throw Failure{EXIT_USAGE,
+                              fmt::format("--show {}: {} has {} frames, counted from 0", frame, options.movie, frames)};
+        if (chosen.empty() && frames > 0) chosen = {0, frames / 2, frames - 1};
     }
 
     void Add(uint32_t frame, const FrameWalk& walk, Report* report) {
-        if (source->Read(picture.data()) != ReadResult::DONE)
-            throw Failure{EXIT_DAMAGED, source->problem.empty()
-                                            ? fmt::format("{}: ends before frame {}, but {} has {}", source->name,
-                                                          frame, options.movie, movie.header.frames)
-                                            : source->problem};
-        BgraToMoviePlanes(picture.data(), movie.header.width, movie.header.height, &planes);
-        AddErrors(movie, planes, walk, report);
+        ReadSource(source.get(), options.movie, movie, frame, picture.data());
+        MovieErrors errors;
+        AddFrameErrors(movie, picture, walk, &errors);
+        AddErrors(movie, errors, report);
         if (std::find(chosen.begin(), chosen.end(), frame) != chosen.end()) Keep(frame, picture, report);
         const double error = report->planes[reader::PLANE_Y].squaredError.back();
         if (!options.shown.empty() || error <= worstError) return;
@@ -144,7 +95,9 @@ public:
 
 private:
     void Keep(uint32_t frame, const std::vector<uint8_t>& bgra, Report* report) const {
-        report->pictures.push_back({frame, EncodePng(bgra, movie.header.width, movie.header.height, movie.hasAlpha)});
+        const VornFileHeader& header = movie.header;
+        report->pictures.push_back(
+            {frame, PngBytes(source->name, bgra.data(), header.width, header.height, movie.hasAlpha)});
     }
 
     const ReportOptions& options;
@@ -152,7 +105,6 @@ private:
     std::unique_ptr<FrameSource> source;
     std::vector<uint32_t> chosen;
     std::vector<uint8_t> picture, worst;
-    MoviePlanes planes;
     double worstError = -1;
     uint32_t worstFrame = 0;
 };
@@ -192,8 +144,9 @@ int RunReport(const ReportOptions& options) {
     std::vector<std::string> inputs = InputFiles(options.source);
     inputs.push_back(options.movie);
     const std::string target = options.output == "-" ? "-" : CheckOutput(options.output, inputs, options.force, false);
-    if (options.source.names.empty() && (!options.shown.empty() || !options.source.raw.empty()))
-        throw Failure{EXIT_USAGE, "--show, --raw: only together with --source"};
+    if (options.source.names.empty() &&
+        (!options.shown.empty() || !options.source.raw.empty() || options.source.seek != 0))
+        throw Failure{EXIT_USAGE, "--show, --raw, --seek: only together with --source"};
     reader::Movie movie;
     reader::Violations violations;
     OpenMovieFile(options.movie, true, &movie, &violations);

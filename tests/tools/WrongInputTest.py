@@ -108,6 +108,7 @@ TABLE = [
     ("make good.y4m -o m.vrn --log m.vrn", USAGE, "--log m.vrn: is the movie itself; name another file"),
     ("make good.y4m -o m.vrn --log good.wav", EXISTS, "good.wav: exists already; --force replaces it"),
     ("decode movie -o movie --as y4m --force", USAGE, "movie: is the input movie itself; name another output"),
+    ("report movie --seek 1 -o x.html", USAGE, "--show, --raw, --seek: only together with --source"),
     ("report movie --source gap%d.png -o gap1.png --force", USAGE, "gap1.png: is the input gap1.png itself; name another output"),
     # No room, no right.
     ("make good.y4m -o m.vrn", FAILED, "m.vrn: could not be written completely (disk full?); nothing is left", None, {"limit": 300}),

@@ -1,4 +1,4 @@
-// InfoJson.cpp - the facts of a movie as JSON. The only file that knows the JSON library.
+// InfoJson.cpp - the facts of a movie as JSON.
 #include <cstdio>
 
 #include <nlohmann/json.hpp>

@@ -1,12 +1,9 @@
-// CostModelsTest.cpp - the estimates: four-frame means, bounds, counts of samples, entropy, the cost of a colour and
-// its feedback.
+// CostModelsTest.cpp - the estimates: four-frame means, bounds, entropy, the cost of a colour and its feedback.
 #include "allocation/CostModels.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdlib>
-#include <cstring>
 #include <random>
 #include <vector>
 
@@ -75,37 +72,6 @@ TEST(CostModels, EntropyOfKnownTables) {
         if (count != 0) bits += count * std::log2(static_cast<long double>(table.total) / count);
     }
     EXPECT_NEAR(EstimateEntropyBits(table), static_cast<double>(bits / 8), 0.51);
-}
-
-// Counts by the rules, sample by sample. From small steps over coarse ones to noise and extremes, in which differences don't fit
-// a signed byte.
-TEST(SampleTables, EqualTheRulesSampleBySample) {
-    std::mt19937 random(9);
-    for (int round = 0; round < 60; round++) {
-        std::vector<uint8_t> plane(64 * (1 + random() % 5)), other(plane.size());
-        const uint32_t span = round % 4 == 3 ? 2 : 1u << (1 + random() % 8);
-        const uint32_t scale = round % 4 == 3 ? 255 : 1;
-        SampleTable slow[4] = {}; // all, changed, colours, colours with a reference
-        for (size_t i = 0; i < plane.size(); i++) {
-            plane[i] = static_cast<uint8_t>(random() % span * scale);
-            other[i] = static_cast<uint8_t>(random() % 3 ? random() % span * scale : plane[i]);
-            if (i > 0 && random() % 4 == 0) plane[i] = plane[i - 1];
-            const int distance = std::abs(int{plane[i]} - int{other[i]});
-            const bool unlike = i == 0 || plane[i] != plane[i - 1];
-            const bool counts[4] = {true, distance > 2, unlike, unlike && distance > 1};
-            for (int rule = 0; rule < 4; rule++) {
-                slow[rule].counts[plane[i]] += counts[rule];
-                slow[rule].total += counts[rule];
-            }
-        }
-        SampleTable made[4];
-        CountAll(&made[0], plane.data(), plane.size());
-        CountChanged(&made[1], plane.data(), other.data(), plane.size());
-        CountColours(&made[2], plane.data(), nullptr, plane.size());
-        CountColours(&made[3], plane.data(), other.data(), plane.size());
-        for (int rule = 0; rule < 4; rule++)
-            ASSERT_EQ(std::memcmp(&made[rule], &slow[rule], sizeof slow[rule]), 0) << round << " " << rule;
-    }
 }
 
 TEST(CostModels, ColourCostOfFlatAndNoisyPlanes) {

@@ -1,15 +1,11 @@
-// CandidatesTest.cpp - what evaluators offer: the best pair of colours, the staircase of runs, every rung of a residue; at
-// edges with values by hand.
+// CandidatesTest.cpp - what evaluators offer: the best pair of colours, every rung of a residue; at edges with values by hand.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
-#include <map>
 #include <vector>
 
 #include "analysis/Evaluators.h"
-#include "blocks/CandidateLists.h"
 #include "tests/analysis/EntryCosts.h"
 #include "tests/blocks/TestBlocks.h"
 
@@ -68,74 +64,6 @@ TEST(PatternCandidates, EqualThePlainSearch) {
         ASSERT_EQ(FindColourPair(sorted, &low, &high), FindColourPairPlain(sorted, &plainLow, &plainHigh)) << round;
         ASSERT_EQ(low, plainLow) << round;
         ASSERT_EQ(high, plainHigh) << round;
-    }
-}
-
-int SmoothestOrder(const uint8_t* block) {
-    int best = -1;
-    int least = 0;
-    for (int order = 0; order < 16; order++) {
-        int sum = 1;
-        for (int i = 1; i < 64; i++) {
-            const int step = std::abs(block[SCAN_ORDER[order][i]] - block[SCAN_ORDER[order][i - 1]]);
-            sum += step > 0 ? step + 1 : 0;
-        }
-        if (best < 0 || sum < least) {
-            best = order;
-            least = sum;
-        }
-    }
-    return best;
-}
-
-void CheckAllThresholds(const uint8_t* src, const uint8_t* high) {
-    const int order = SmoothestOrder(src);
-    std::map<uint32_t, uint32_t> leastError; // by bits
-    uint32_t bitsAt[256];
-    uint32_t errorAt[256];
-    for (int threshold = 0; threshold < 256; threshold++) {
-        const Runs shown = ShowRuns(src, order << 8 | threshold, COSTS);
-        uint32_t error = 0;
-        for (int i = 0; i < (high == nullptr ? 64 : 256); i++) {
-            const int sample = high == nullptr ? src[i] : high[i];
-            const int place = high == nullptr ? i : i / 32 * 8 + i % 16 / 2;
-            error += static_cast<uint32_t>(std::abs(shown.block[place] - sample));
-        }
-        bitsAt[threshold] = shown.bits;
-        errorAt[threshold] = error;
-        const auto found = leastError.try_emplace(bitsAt[threshold], errorAt[threshold]).first;
-        found->second = std::min(found->second, errorAt[threshold]);
-    }
-    BlockCandidate list[SCRATCH_CANDIDATES];
-    const int all = high == nullptr ? RunCandidates(list, src, COSTS.colourBits, COSTS.runBits)
-                                    : HighRunCandidates(list, high, src, COSTS.colourBits, COSTS.runBits);
-    const int count = PruneRuns(list, all);
-    int expected = 0;
-    uint32_t lowest = UINT32_MAX;
-    for (const auto& [bits, error] : leastError) {
-        if (error >= lowest) continue;
-        lowest = error;
-        ASSERT_LT(expected, count);
-        const BlockCandidate* candidate = &list[expected++];
-        EXPECT_EQ(candidate->bits, bits);
-        EXPECT_EQ(candidate->error, error);
-        EXPECT_EQ(candidate->mode, MODE_RUN);
-        EXPECT_EQ(candidate->payload >> 8, order);
-        EXPECT_EQ(bitsAt[candidate->payload & 255], bits);
-        EXPECT_EQ(errorAt[candidate->payload & 255], error);
-    }
-    EXPECT_EQ(count, expected);
-}
-
-TEST(RunCandidates, AreTheStaircaseOverAllThresholds) {
-    Noise noise = {8};
-    for (int round = 0; round < 120 && !::testing::Test::HasFailure(); round++) {
-        uint8_t src[64];
-        uint8_t high[256];
-        FillSamples(src, 8, 8, static_cast<Content>(round % CONTENTS), &noise);
-        FillSamples(high, 16, 16, static_cast<Content>(round % CONTENTS), &noise);
-        CheckAllThresholds(src, nullptr);
-        CheckAllThresholds(src, high);
     }
 }
 

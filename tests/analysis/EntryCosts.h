@@ -32,27 +32,19 @@ inline uint32_t DctBits(const int16_t* quantised) {
     return (BitsWritten(&writer) + 4) * 256;
 }
 
-// What a run block shows, and its cost.
-struct Runs {
-    uint8_t block[64];
-    uint32_t bits;
-};
-inline Runs ShowRuns(const uint8_t* src, int payload, const CostModel& costs) {
-    Runs shown;
+inline uint32_t RunBits(const uint8_t* src, int payload, const CostModel& costs) {
     uint8_t sequence[64];
     ScanBlock(sequence, src, payload >> 8);
     SmoothRuns(sequence, sequence, payload & 255, nullptr, nullptr, nullptr);
-    UnscanBlock(shown.block, sequence, payload >> 8);
-    shown.bits = 1024;
+    uint32_t bits = 1024;
     int at = 0;
     while (at < 63) {
         const RunSegment segment = NextRunSegment(sequence, at);
         const int colours = segment.flat ? 1 : segment.length;
-        shown.bits += costs.runBits + 256 + static_cast<uint32_t>(colours) * costs.colourBits;
+        bits += costs.runBits + 256 + static_cast<uint32_t>(colours) * costs.colourBits;
         at += segment.length;
     }
-    if (at == 63) shown.bits += costs.colourBits;
-    return shown;
+    return at == 63 ? bits + costs.colourBits : bits;
 }
 
 inline uint32_t ResidueBits(const int8_t* residual, int payload) {
@@ -81,7 +73,7 @@ inline uint32_t CostOf(int mode, int payload, const uint8_t* src, const uint8_t*
     case MODE_MOTION:
         return costs.motionBits;
     case MODE_RUN:
-        return ShowRuns(src, payload, costs).bits;
+        return RunBits(src, payload, costs);
     case MODE_RESIDUE:
         return ResidueBits(residual, payload) + costs.motionBits;
     case MODE_INTRA:

@@ -1,4 +1,4 @@
-// PixelOpsTest.cpp - extremes and rounding of the pixel operations.
+// PixelOpsTest.cpp - sorting, and the fast pixel operations against the plain ones.
 #include "blocks/PixelOps.h"
 
 #include <gtest/gtest.h>
@@ -27,23 +27,6 @@ TEST(PixelOps, SortsEveryLengthInUse) {
         std::sort(expected, expected + count);
         SortBytes(bytes, count);
         ASSERT_EQ(0, std::memcmp(bytes, expected, sizeof(bytes))) << round;
-    }
-}
-
-// The mean of the two middle values of a group, rounded down, however the group is arranged.
-TEST(PixelOps, HalvingTakesTheMedianOfEachGroup) {
-    const struct {
-        uint8_t group[4];
-        int median;
-    } cases[] = {{{0, 0, 255, 255}, 127}, {{10, 10, 10, 200}, 10}, {{1, 2, 4, 9}, 3}, {{0, 7, 8, 255}, 7}};
-    for (const auto& one : cases) {
-        uint8_t group[4];
-        std::memcpy(group, one.group, 4);
-        do {
-            uint8_t out = 0;
-            HalveBlock(&out, group, 2, 2, 2);
-            EXPECT_EQ(out, one.median);
-        } while (std::next_permutation(group, group + 4));
     }
 }
 
@@ -86,25 +69,6 @@ TEST(PixelOps, FastVersionsEqualThePlainOnes) {
         EXPECT_EQ(HighMedian(x), HighMedianPlain(x));
         ASSERT_FALSE(HasFailure()) << round;
     }
-}
-
-// Greatest sums; a middle between two halves; a sample halfway goes to the high colour.
-TEST(PixelOps, KnownResults) {
-    uint8_t black[HIGH_SAMPLES] = {};
-    uint8_t white[HIGH_SAMPLES];
-    std::memset(white, 255, sizeof(white));
-    EXPECT_EQ(SadBlock(black, white), 16320u);
-    EXPECT_EQ(SadSamples(white, black, HIGH_SAMPLES), 65280u);
-    EXPECT_EQ(SadColour(white, HIGH_SAMPLES, 0), 65280u);
-    EXPECT_EQ(SadColour(white, BLOCK_SAMPLES, 254), 64u);
-    uint8_t high[HIGH_SAMPLES];
-    for (int lows : {0, 127, 128, 129, 256}) {
-        for (int i = 0; i < HIGH_SAMPLES; i++) high[i] = i * 37 % HIGH_SAMPLES < lows ? 10 : 255;
-        EXPECT_EQ(HighMedian(high), lows < 128 ? 255 : lows == 128 ? 132 : 10);
-    }
-    EXPECT_FALSE(IsNearerLow(10, 20, 15));
-    EXPECT_TRUE(IsNearerLow(10, 20, 14));
-    EXPECT_FALSE(IsNearerLow(10, 10, 10));
 }
 
 } // namespace

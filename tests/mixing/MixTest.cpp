@@ -202,6 +202,18 @@ TEST_F(MixTest, MovieWithoutFramesOrTracks) {
     for (size_t i = 0; i < 8; i++) EXPECT_EQ(mixed.frames[i].video, movie.frames[i].video);
 }
 
+TEST_F(MixTest, AMillionFrames) {
+    BuiltMovie movie;
+    movie.capacity = 1000000;
+    for (uint32_t i = 0; i < movie.capacity; i++) {
+        movie.frames.push_back({i % 7 == 0, {}, Bytes(8)});
+        SetWord(&movie.frames[i].video, 4, i);
+    }
+    Save("in.vrn", BuildMovie(movie));
+    EXPECT_NE(Run({Drop(5)}), 0u);
+    EXPECT_TRUE(Load("out.vrn") == Load("in.vrn"));
+}
+
 TEST_F(MixTest, InPlaceAndCancelled) {
     BuiltMovie movie = MakeMovie();
     const Bytes plain = BuildMovie(movie);

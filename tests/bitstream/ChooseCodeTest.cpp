@@ -4,10 +4,10 @@
 #include <algorithm>
 #include <numeric>
 
-#include "StreamReading.h"
 #include "bitstream/Bundle.h"
 #include "format/CodeTrees.h"
 #include "reader/CodeTables.h"
+#include "tests/bitstream/StreamReading.h"
 
 namespace vorn {
 namespace {

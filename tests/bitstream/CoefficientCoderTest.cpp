@@ -1,29 +1,57 @@
-// CoefficientCoderTest.cpp - residues with the least value of all, and with none. Whatever else is written is read back by
-// the fuzz target `strings`, and by the reader in whole planes.
+// CoefficientCoderTest.cpp - strings at the ends of what they can hold. Others are read back by the fuzz target `strings`, and
+// by the reader in whole planes.
 #include <gtest/gtest.h>
 
-#include "StreamReading.h"
+#include <algorithm>
+
 #include "bitstream/CoefficientCoder.h"
+#include "reader/BlockPayloads.h"
+#include "tests/bitstream/StreamReading.h"
 
 namespace vorn {
 namespace {
+
+// Dense blocks of any bit length, up to what 16 bits hold.
+TEST(Coefficients, ReadBackAndAreCounted) {
+    for (int length = 0; length < 16; length++) {
+        SCOPED_TRACE(length);
+        const int most = (1 << length) - 1;
+        int16_t block[64];
+        for (int i = 0; i < 64; i++) block[i] = static_cast<int16_t>((i % 8 == 7 ? most / 2 : most) * (i % 3 - 1));
+        std::fill_n(block, 8, static_cast<int16_t>(-most));
+        TestStream stream(PAYLOAD_ROOM_BYTES);
+        WriteCoefficients(&stream.writer, block);
+        const uint32_t bits = BitsWritten(&stream.writer);
+        EXPECT_EQ(CountCoefficientBits(block), bits);
+        WriteBits(&stream.writer, 13, QUANTISER_BITS);
+        PadToWord(&stream.writer);
+        reader::Violations violations;
+        reader::BitSource source = stream.Bits();
+        reader::Reporter report = {&violations, {}, &source};
+        int16_t read[64] = {block[0]}; // travels elsewhere
+        EXPECT_EQ(reader::ReadCoefficients(source, report, read), 13u);
+        EXPECT_TRUE(std::equal(read, read + 64, block));
+        EXPECT_EQ(source.Position(), bits + QUANTISER_BITS);
+        EXPECT_TRUE(violations.list.empty());
+    }
+}
 
 // With a -128 the weights are negative from the second plane on: 75 = 64 + 8 + 2 + 1 goes the other way.
 TEST(Residues, MinimumTurnsTheSignsBelow) {
     int8_t residual[64] = {-128, 75};
     const int expected[] = {0, -64, -56, -54, -53};
+    std::vector<uint64_t> room(1 << 10);
+    Arena arena = MakeArena(reinterpret_cast<uint8_t*>(room.data()), room.size() * 8);
+    BlockDataList list;
+    StartBlockDataList(&list, &arena);
+    int8_t shown[64];
     for (uint32_t limit = 0; limit < 5; limit++) {
-        TestStrings strings;
-        int8_t shown[64];
-        WriteResiduePayload(&strings.list, residual, limit, shown);
+        WriteResiduePayload(&list, residual, limit, shown);
         EXPECT_EQ(shown[0], -128);
         EXPECT_EQ(shown[1], expected[limit]) << limit;
     }
-    TestStrings strings; // all zero
-    int8_t shown[64];
     residual[0] = residual[1] = 0;
-    WriteResiduePayload(&strings.list, residual, 5, shown);
-    EXPECT_EQ(strings.list.first->bits, 14u);
+    WriteResiduePayload(&list, residual, 5, shown);
     EXPECT_TRUE(std::equal(shown, shown + 64, residual));
 }
 

@@ -3,8 +3,8 @@
 
 #include <algorithm>
 
-#include "StreamReading.h"
 #include "bitstream/PlaneEncoder.h"
+#include "tests/bitstream/StreamReading.h"
 
 namespace vorn {
 namespace {

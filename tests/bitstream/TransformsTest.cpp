@@ -6,9 +6,9 @@
 #include <cstring>
 #include <vector>
 
-#include "StreamReading.h"
 #include "bitstream/TransformKernels.h"
 #include "bitstream/Transforms.h"
+#include "tests/bitstream/StreamReading.h"
 #include "tests/blocks/TestBlocks.h"
 
 namespace vorn {

@@ -6,13 +6,12 @@
 #include <vector>
 
 #include "analysis/Evaluators.h"
-#include "tests/analysis/EntryCosts.h"
 #include "tests/blocks/TestBlocks.h"
 
 namespace vorn {
 namespace {
 
-const CostModel COSTS = MakeCosts();
+constexpr uint32_t MOTION_BITS = 2100;
 
 // A block of samples that are sorted, as runs of `count` equal ones, and its best pair.
 TEST(PatternCandidates, KnownPairs) {
@@ -78,7 +77,7 @@ struct Ladder {
 void List(Ladder* ladder) {
     for (int i = 0; i < 64; i++) ladder->src[i] = static_cast<uint8_t>(ladder->moved[i] + ladder->residual[i]);
     std::memset(&ladder->list[MAX_RESIDUE_STEPS], 0xee, sizeof(BlockCandidate));
-    ladder->count = ResidueCandidates(ladder->list, ladder->src, ladder->residual, ladder->moved, COSTS.motionBits);
+    ladder->count = ResidueCandidates(ladder->list, ladder->src, ladder->residual, ladder->moved, MOTION_BITS);
     EXPECT_EQ(ladder->list[MAX_RESIDUE_STEPS].mode, 0xee);
 }
 void Clear(Ladder* ladder) {
@@ -113,7 +112,7 @@ TEST(ResidueCandidates, EqualThePlainForm) {
         List(&ladder);
         BlockCandidate plain[MAX_RESIDUE_STEPS];
         const int count = ladder.count;
-        ASSERT_EQ(ResidueCandidatesPlain(plain, ladder.src, ladder.residual, ladder.moved, COSTS.motionBits), count);
+        ASSERT_EQ(ResidueCandidatesPlain(plain, ladder.src, ladder.residual, ladder.moved, MOTION_BITS), count);
         for (int k = 0; k < count; k++) {
             ASSERT_EQ(ladder.list[k].mode, MODE_RESIDUE);
             ASSERT_EQ(ladder.list[k].payload, k);
@@ -140,7 +139,7 @@ TEST(ResidueCandidates, KnownLadders) {
     ladder.residual[0] = 1;
     List(&ladder);
     ASSERT_EQ(ladder.count, 1);
-    EXPECT_EQ(ladder.list[0].bits, (3u + 3 + 1 + 2) * 256 + 1792 + COSTS.motionBits);
+    EXPECT_EQ(ladder.list[0].bits, (3u + 3 + 1 + 2) * 256 + 1792 + MOTION_BITS);
     EXPECT_EQ(ladder.list[0].error, 0u);
 
     // 5, 2, -1 in the first group. Plane 4: 5 shows as 4, error 1 + 2 + 1. Plane 2: refinement 0, then 2. Plane 1: the 5 is

@@ -92,6 +92,20 @@ TEST(Budget, WeightsCountWhatChanged) {
     EXPECT_EQ(OpenAccount(&queue.state, &queue.weights).weightSum, 32u + 96);
 }
 
+// Each plane against its own predecessor.
+TEST(Budget, WeightsTakeThePlanesOfTheMovie) {
+    for (const uint32_t flags : {0u, FLAG_GREY, FLAG_ALPHA, FLAG_GREY | FLAG_ALPHA}) {
+        Queue queue(1, flags);
+        VornMakeState& state = queue.state;
+        for (int i = 0; i < 64; i++) state.queueCr[0][i] = i % 2 ? 50 : 100;                     // 8 bytes
+        for (int i = 0; i < 64; i++) state.queueCb[0][i] = static_cast<uint8_t>(3 + i / 16 * 3); // 16 bytes
+        for (int i = 0; i < 256; i++) state.queueAlpha[0][i] = i % 2 ? 50 : 100;                 // 32 bytes
+        for (int i = 0; i < 256; i++) state.queueY[0][i] = state.previousY[i] = i % 2 ? 50 : 100;
+        const uint32_t chroma = flags & FLAG_GREY ? 0 : 24;
+        EXPECT_EQ(FrameWeight(&state, 0), chroma + (flags & FLAG_ALPHA ? 32 : 0)) << flags;
+    }
+}
+
 TEST(Budget, SoundIsReckonedByItsTallies) {
     Queue queue(2);
     AudioTrackState tracks[2] = {};

@@ -74,6 +74,16 @@ TEST(CostModels, EntropyOfKnownTables) {
     EXPECT_NEAR(EstimateEntropyBits(table), static_cast<double>(bits / 8), 0.51);
 }
 
+TEST(SampleTables, GreatDifferencesCount) {
+    const std::vector<uint8_t> black(64, 0), white(64, 255);
+    SampleTable table;
+    CountChanged(&table, white.data(), black.data(), 64);
+    EXPECT_EQ(table.total, 64u);
+    EXPECT_EQ(table.counts[255], 64u);
+    CountColours(&table, black.data(), white.data(), 64);
+    EXPECT_EQ(table.counts[0], 1u);
+}
+
 TEST(CostModels, ColourCostOfFlatAndNoisyPlanes) {
     CostModel model = Fresh(PlaneKind::LUMA);
     const std::vector<uint8_t> flat(64 * 64, 80);

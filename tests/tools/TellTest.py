@@ -88,21 +88,11 @@ class Telling(ProgramTest):
         self.assertRegex(self.vorn("--version").stdout.decode(), r"^vorn \d+\.\d+\.\d+\n$")
         commands = re.findall(r"(?m)^  ([a-z]+)  ", self.vorn("--help").stdout.decode().split("Subcommands:")[1])
         self.assertGreaterEqual(len(commands), 9)
-        # Every example works, given the files that it names.
-        self.vorn("scene balls --size 32x32 --frames 26 -o clip.y4m -q")
-        shutil.copy(self.path("s.wav"), self.path("clip.wav"))
-        shutil.copy(self.path("s.wav"), self.path("speech.flac"))
-        self.vorn("make clip.y4m --audio clip.wav -o clip.vrn -q")
-        os.mkdir(self.path("shots"))
-        self.vorn("decode clip.vrn -o shots/%04d.png")
+        # Every help fits a screen and has an example; that examples work is tested with the documents.
         for command in [""] + commands:
             lines = self.vorn(command + " --help").stdout.decode().splitlines()
             self.assertLessEqual((len(lines), max(len(line) for line in lines)), (32, 100), command)
-            examples = [line.split("vorn ", 1)[1] for line in lines if re.match(r"(Examples?:|   ) +vorn ", line)]
-            self.assertTrue(examples or not command, command)
-            for example in examples:
-                with self.subTest(example):
-                    self.vorn(example + (" --rounds 1" if command == "bench" else " --force" if "-o" in example else ""))
+            self.assertTrue(not command or any(re.match(r"Examples?: +vorn ", line) for line in lines), command)
 
 
 if __name__ == "__main__":

@@ -1,5 +1,4 @@
-// AudioDecoderTest.cpp - coded sound written by hand: packets, joins, and the rules of a block. What blocks sound like is held
-// against their sources by the fuzz target `sound`.
+// AudioDecoderTest.cpp - coded sound written by hand against the cosine sums; packets, joins, and the rules of a block.
 #include <cmath>
 
 #include <gtest/gtest.h>
@@ -14,6 +13,7 @@ constexpr uint32_t BANDS = 18;
 constexpr uint32_t BLOCK_ADVANCE = 2 * (N - N / 16); // PCM bytes
 const AudioKind DCT = {8000, 1, true};
 const AudioKind DFT = {8000, 1, false};
+const double PI = std::acos(-1.0);
 
 void PutFloat(BitSink* sink, double value) {
     uint32_t exponent = 0;
@@ -24,39 +24,72 @@ void PutFloat(BitSink* sink, double value) {
 
 struct Parts {
     uint32_t lead = 0;
-    double first = 0; // the only coefficient
+    double values[2] = {0, 0};
+    uint32_t step = 0;     // of all bands
+    int coefficient10 = 0; // the only one of the others, -7 to 7
     uint32_t padding = 0;
 };
 void PutBlock(BitSink* sink, const AudioKind& kind, const Parts& parts) {
     if (kind.perChannelDct) sink->Put(parts.lead, 2);
-    PutFloat(sink, parts.first);
-    PutFloat(sink, 0);
-    for (uint32_t b = 0; b < BANDS; b++) sink->Put(0, 8);
-    sink->Put(1, 1).Put(15, 4).Put(0, 4); // all 64 groups
+    PutFloat(sink, parts.values[0]);
+    PutFloat(sink, parts.values[1]);
+    for (uint32_t b = 0; b < BANDS; b++) sink->Put(parts.step, 8);
+    if (parts.coefficient10 == 0) {
+        sink->Put(1, 1).Put(15, 4).Put(0, 4); // all 64 groups
+    } else {
+        sink->Put(0, 1).Put(0, 4); // 2 to 9
+        sink->Put(0, 1).Put(3, 4).Put(uint32_t(std::abs(parts.coefficient10)), 3).Put(parts.coefficient10 < 0, 1);
+        sink->Put(0, 21);                     // 11 to 17
+        sink->Put(1, 1).Put(15, 4).Put(0, 4); // the other 62 groups
+    }
     sink->Put(parts.padding, uint32_t(-sink->used & 31));
 }
-void Read(const AudioKind& kind, const Parts& parts, Violations* violations) {
+std::vector<double> Restore(const AudioKind& kind, const Parts& parts, Violations* violations) {
     BitSink sink;
     PutBlock(&sink, kind, parts);
     CodedAudioBlock block;
     EXPECT_TRUE(ReadAudioBlock(kind, {sink.bytes.data(), sink.bytes.size()}, {}, &block, violations));
     EXPECT_EQ(block.bytes, sink.bytes.size());
+    return RestoreAudioBlock(kind, block);
 }
 double DcOf(double level) {
     return level * std::sqrt(double(N)) / 2;
 } // what a constant input codes as, in the DCT
 
+// A band's step is 10^(0.0664 * index). The DCT's coefficient 1 is half a wave. In the DFT value 1 is the top frequency, and
+// coefficient 10 the cosine of line 5.
+TEST(AudioDecoder, BlocksAreSumsOfCosines) {
+    Parts parts;
+    parts.values[0] = 1000;
+    parts.values[1] = -300.25;
+    parts.step = 30;
+    parts.coefficient10 = -5;
+    const double amplitude10 = -5 * std::pow(10, 0.0664 * 30);
+    Violations violations;
+    const std::vector<double> dct = Restore(DCT, parts, &violations), dft = Restore(DFT, parts, &violations);
+    EXPECT_EQ(AllLines(violations), "");
+    ASSERT_EQ(dct.size(), N);
+    ASSERT_EQ(dft.size(), N);
+    for (uint32_t k = 0; k < N; k++) {
+        const double wave =
+            1000 - 300.25 * std::cos(PI * (k + 0.5) / N) + amplitude10 * std::cos(PI * 10 * (k + 0.5) / N);
+        EXPECT_NEAR(dct[k], wave * 2 / std::sqrt(double(N)), 1e-3);
+        const double line = (1000 - 300.25 * (k % 2 == 0 ? 1 : -1)) / 2 + amplitude10 * std::cos(2 * PI * 5 * k / N);
+        EXPECT_NEAR(dft[k], line * 2 / std::sqrt(double(N)), 1e-3);
+    }
+}
+
 TEST(AudioDecoder, RulesOfABlock) {
     Parts lead, padding, exponent;
     lead.lead = 2;
     padding.padding = 0x80;
-    exponent.first = 3e7; // more than 32768 * sqrt(4096)
+    exponent.values[0] = 3e7; // more than 32768 * sqrt(4096)
     Violations violations;
-    Read(DCT, lead, &violations);
+    Restore(DCT, lead, &violations);
     EXPECT_TRUE(Tells(violations, SEVERITY_ERROR, "lead bits"));
-    Read(DFT, padding, &violations);
+    Restore(DFT, padding, &violations);
     EXPECT_TRUE(Tells(violations, SEVERITY_ERROR, "padding"));
-    Read(DFT, exponent, &violations);
+    Restore(DFT, exponent, &violations);
     EXPECT_TRUE(Tells(violations, SEVERITY_HABIT, "larger than any sound"));
 
     // 64 empty groups under two headings of 32, and a group of zeros with a width.
@@ -85,7 +118,7 @@ std::vector<uint8_t> Packet(uint32_t pcmBytes, const std::vector<double>& levels
     PutWord(&packet, pcmBytes);
     for (const double level : levels) {
         Parts parts;
-        parts.first = DcOf(level);
+        parts.values[0] = DcOf(level);
         BitSink sink;
         PutBlock(&sink, DCT, parts);
         packet.insert(packet.end(), sink.bytes.begin(), sink.bytes.end());

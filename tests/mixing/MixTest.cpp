@@ -251,16 +251,18 @@ TEST_F(MixTest, ShiftInBytes) {
     EXPECT_EQ(ShiftBytes(INT32_MIN, 16001, 1, 1), 2147480u); // 34361885851.6 - 8 * 2^32 = 2147483.6
 }
 
-// A source that claims more than there is room for behind the silence is held to it.
+// Silence comes first, and a source that claims more than there is room for behind it is held to that.
 TEST_F(MixTest, OverlongAnswersAreCut) {
     AudioTrackState state = {};
     state.delayBytes = 4;
-    state.innerRead = [](void*, uintptr_t, void*, uint32_t bytes) -> uint32_t {
-        EXPECT_EQ(bytes, 5u);
+    state.innerRead = [](void*, uintptr_t, void* buffer, uint32_t bytes) -> uint32_t {
+        std::memset(buffer, 5, bytes);
         return 100;
     };
-    uint8_t buffer[9];
-    EXPECT_EQ(SilenceThenRead(nullptr, reinterpret_cast<uintptr_t>(&state), buffer, 9), 9u);
+    Bytes buffer(10, 9);
+    EXPECT_EQ(SilenceThenRead(nullptr, reinterpret_cast<uintptr_t>(&state), buffer.data(), 9), 9u);
+    EXPECT_EQ(buffer, (Bytes{0, 0, 0, 0, 5, 5, 5, 5, 5, 9}));
+    EXPECT_EQ(state.delayBytes, 0u);
 }
 
 // The whole delay is heard: the source gives that much less, and the track is as long as without.

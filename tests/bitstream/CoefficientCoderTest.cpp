@@ -11,16 +11,16 @@
 namespace vorn {
 namespace {
 
-// Blocks of any greatest bit length, up to what 16 bits hold: from all values of that length to few.
+// Blocks of any greatest bit length, up to what 16 bits hold: all values of that length or one less, and fewer and fewer.
 TEST(Coefficients, ReadBackAndAreCounted) {
     std::mt19937 random(3);
     for (int round = 0; round < 1600; round++) {
         SCOPED_TRACE(round);
-        const int most = (1 << round % 16) - 1;
-        const int thinning = round / 16 % 10;
+        const int most = (1 << round / 2 % 16) - 1;
+        const int thinning = round / 32 % 10;
         int16_t block[64];
         for (int16_t& value : block) {
-            const int shorter = RandomInt(&random, 0, 9) < thinning ? RandomInt(&random, 0, 15) : 0;
+            const int shorter = RandomInt(&random, 0, RandomInt(&random, 0, 9) < thinning ? 15 : round % 2);
             value = static_cast<int16_t>((most >> shorter) * (RandomInt(&random, 0, 1) * 2 - 1));
         }
         TestStream stream(PAYLOAD_ROOM_BYTES);

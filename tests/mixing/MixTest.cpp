@@ -353,9 +353,9 @@ TEST_F(MixTest, DamageIsNamed) {
         {40, 0xFFFFFFFF, "4294967295 audio tracks"},
         {40, 0x15555556, "357913942 audio tracks"}, // times 12 is 8 more than 2^32
         {28, 0, "0/1"},
-        {index + 8, GetWord(good, index + 4) & ~1u, "frame 1"},
-        {index + 8, 0, "frame 1"},
-        {index + 32, static_cast<uint32_t>(good.size()) + 4, "8 frames"},
+        {index + 8, GetWord(good, index + 4) & ~1u, "by its index frame 1"},
+        {index + 8, 0, "by its index frame 1"},
+        {index + 32, static_cast<uint32_t>(good.size()) + 2, "first 8 frames"},
         {packets, 0xFFFFFFFC, "length of 4294967292"},
         {packets, 0xFFFFFFFF, "length of 4294967295"},
         {packets, 121, "length of 121"},

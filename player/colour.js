@@ -50,8 +50,7 @@ function fillGreyRow(luma, from, width, words, to) {
 // Fills 4 * width * height bytes R, G, B, A of `pixels`, a Uint8ClampedArray or Uint8Array that begins at a whole word.
 export function toRgba(movie, frame, pixels) {
     const {width, height} = movie;
-    const {y: luma, cr, cb} = frame.planes;
-    const alpha = frame.planes.alpha;
+    const {y: luma, cr, cb, alpha} = frame.planes;
     const words = new Uint32Array(pixels.buffer, pixels.byteOffset, width * height);
     const crRow = new Int32Array(width + 1 >> 1);
     const cbRow = new Int32Array(width + 1 >> 1);

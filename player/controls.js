@@ -13,11 +13,14 @@ const ICONS = {
     mute: 'M3 9v6h4l5 5V4L7 9zM15 9.4l1.4-1.4 2.6 2.6 2.6-2.6L23 9.4 20.4 12l2.6 2.6-1.4 1.4-2.6-2.6-2.6 2.6-1.4-1.4 2.6-2.6z',
     full: 'M4 9V4h5v2H6v3zM15 4h5v5h-2V6h-3zM4 15h2v3h3v2H4zM18 15h2v5h-5v-2h3z',
 };
-export const KEYS = [
+const KEYS = [
     ['Space, K', 'play, pause'], ['\u2190 \u2192', 'a second back, on'], ['Shift \u2190 \u2192', 'to the key frame before, behind'],
     [', .', 'a frame back, on'], ['Home End', 'first, last frame'], ['\u2191 \u2193', 'louder, softer'], ['M', 'mute'],
     ['< >', 'slower, faster'], ['F', 'full screen'],
 ];
+
+// What goes into a <dl>.
+export const keysHtml = () => KEYS.map(([keys, what]) => `<dt>${keys.replaceAll('<', '&lt;')}</dt><dd>${what}</dd>`).join('');
 
 function icon(name) {
     return `<svg viewBox="0 0 24 24" width="20" height="20" aria-hidden="true"><path d="${ICONS[name]}"/></svg>`;

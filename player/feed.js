@@ -117,9 +117,9 @@ export class Feed {
     // doesn't, and is kept beside it.
     time() {
         const now = performance.now() / 1000;
-        const drift = this.context.currentTime - (this.context.outputLatency || 0) - now - (this.ahead ?? Infinity);
-        this.ahead = Math.abs(drift) < MOST_DRIFT ? this.ahead + drift * FOLLOWING
-            : this.context.currentTime - (this.context.outputLatency || 0) - now;
+        const ahead = this.context.currentTime - (this.context.outputLatency || 0) - now;
+        const drift = ahead - (this.ahead ?? Infinity);
+        this.ahead = Math.abs(drift) < MOST_DRIFT ? this.ahead + drift * FOLLOWING : ahead;
         this.latest = Math.max(this.latest, this.seconds + (now + this.ahead - this.begin) * this.speed);
         return this.latest;
     }

@@ -1,6 +1,6 @@
 // index.js - the page that plays a movie dropped on it.
 
-import {KEYS} from './controls.js';
+import {keysHtml} from './controls.js';
 import {Player} from './player.js';
 
 const byId = (id) => document.getElementById(id);
@@ -22,8 +22,7 @@ async function take(file) {
 
 byId('problem').textContent = '';
 byId('help').hidden = false;
-byId('keys').innerHTML = KEYS.map(([keys, what]) =>
-    `<dt>${keys.replaceAll('<', '&lt;')}</dt><dd>${what}</dd>`).join('');
+byId('keys').innerHTML = keysHtml();
 byId('file').onchange = () => take(byId('file').files[0]);
 document.ondragover = (event) => {
     event.preventDefault();

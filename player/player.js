@@ -89,8 +89,7 @@ export class Player {
     }
     seekFrame(frame) {
         if (this.movie === null) return;
-        this.wanted = Math.min(Math.max(Math.round(frame), 0), this.movie.frames - 1);
-        this.position = this.secondsOf(this.wanted);
+        this.standAt(Math.min(Math.max(Math.round(frame), 0), this.movie.frames - 1));
         this.arriving = true;
         const next = this.wanted === this.shown ? this.wanted + 1 : this.wanted;
         if (!this.frames.reaches(next)) this.frames.seek(next);
@@ -260,14 +259,17 @@ export class Player {
     }
     waitForPicture(frame) {
         if (this.feed !== null) this.feed.stop();
+        this.standAt(frame);
+        this.arriving = true;
+    }
+    // Where the clock stands until it goes again.
+    standAt(frame) {
         this.wanted = frame;
         this.position = this.secondsOf(frame);
-        this.arriving = true;
     }
     finish() {
         this.pause();
-        this.wanted = this.movie.frames - 1;
-        this.position = this.secondsOf(this.wanted);
+        this.standAt(this.movie.frames - 1);
     }
     show(found) {
         this.picture.putImageData(found.image, 0, 0);

@@ -146,7 +146,7 @@ class Movie {
         const key = this.keyFrameBefore(frame);
         return this.last >= key && this.last < frame ? this.last + 1 : key;
     }
-    // Position and size of the parts of a frame: [{audio: {start, end, pcmBytes}}...], start of the video, end of it all.
+    // Where the parts of a frame are: {audio: [{frame, start, end, pcmBytes} or null a track], video: its start, end: of it all}.
     cutFrame(frame) {
         let at = this.starts[frame];
         const end = this.starts[frame + 1];

@@ -1,6 +1,6 @@
 // report.js - fills the report's page from the data and the movie inside it.
 
-import {KEYS, timeText} from '../../player/controls.js';
+import {keysHtml, timeText} from '../../player/controls.js';
 import {Player} from '../../player/player.js';
 import {open} from '../../player/vorn.js';
 import {Chart, swatch} from './charts.js';
@@ -54,7 +54,7 @@ function showFacts() {
     const sound = data.tracks.map((track) => `${track.sampleRate} Hz ${track.channels === 2 ? 'stereo' : 'mono'}`);
     byId('facts').textContent = [picture, `${+data.rate.toFixed(3)} frames/s`, `${frameCount} frame${frameCount === 1 ? '' : 's'}`, timeText(seconds),
         ...sound].join(' \u00b7 ');
-    byId('keys').innerHTML = KEYS.map(([keys, what]) => `<dt>${keys.replaceAll('<', '&lt;')}</dt><dd>${what}</dd>`).join('');
+    byId('keys').innerHTML = keysHtml();
 }
 
 function showTiles() {

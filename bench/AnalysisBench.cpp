@@ -22,11 +22,6 @@ uint32_t BlocksOf(const PlanePair& planes) {
     return planes.width / 8 * (planes.height / 8);
 }
 
-void TellPerBlock(benchmark::State& state, uint32_t blocks) {
-    state.counters["block"] =
-        benchmark::Counter(blocks, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
-}
-
 // A plane with everything that its blocks' evaluators are given.
 struct Bench {
     std::vector<uint16_t> scratch;
@@ -97,7 +92,7 @@ void Dct(benchmark::State& state, CpuLevel level) {
             benchmark::DoNotOptimize(kernels.tryInter(trials, block.src, block.residual, block.moved));
         }
     }
-    TellPerBlock(state, static_cast<uint32_t>(blocks.size()));
+    TellPerBlock(state, blocks.size());
 }
 
 // One evaluator on every block, with the kernels of a level.
@@ -110,13 +105,13 @@ template <class Evaluate> void Evaluator(benchmark::State& state, CpuLevel level
         for (const BlockSamples& block : blocks) benchmark::DoNotOptimize(evaluate(list, block, bench.costs));
     }
     UseLevel(BestCpuLevel());
-    TellPerBlock(state, static_cast<uint32_t>(blocks.size()));
+    TellPerBlock(state, blocks.size());
 }
 
 void Pass(benchmark::State& state, CpuLevel level, bool high) {
     Bench bench;
     const PlanePair& planes = ThePlanes();
-    ExchangeWorkerCount(1);
+    const uint32_t before = ExchangeWorkerCount(1);
     UseLevel(level);
     for (auto _ : state) {
         if (high) {
@@ -128,6 +123,7 @@ void Pass(benchmark::State& state, CpuLevel level, bool high) {
         }
     }
     UseLevel(BestCpuLevel());
+    ExchangeWorkerCount(before);
     TellPerBlock(state, bench.queue.blockCount);
 }
 

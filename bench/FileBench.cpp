@@ -21,11 +21,6 @@ constexpr uint32_t SECONDS = 4;
 constexpr uint32_t SAMPLE_RATE = 44100;
 constexpr uint32_t FRAME_RATE = 25;
 
-std::string NameOf(const char* name) {
-    const char* folder = std::getenv("TMPDIR");
-    return std::string(folder != nullptr ? folder : "/tmp") + "/vorn-bench-" + name;
-}
-
 // Stereo samples and how many of their bytes have been handed out.
 struct Sound {
     std::vector<int16_t> samples;
@@ -80,7 +75,7 @@ void MakeMovie(const std::string& name, uint32_t width, uint32_t height, uint32_
 
 void SoundTrack(benchmark::State& state, bool noise, uint32_t quality) {
     Sound sound = MakeSound(noise);
-    const std::string name = NameOf("sound.vrn");
+    const std::string name = TemporaryName("sound.vrn");
     const uint32_t before = ExchangeWorkerCount(1);
     for (auto _ : state) MakeMovie(name, 8, 8, SECONDS * FRAME_RATE, 100, &sound, quality);
     ExchangeWorkerCount(before);
@@ -90,7 +85,7 @@ void SoundTrack(benchmark::State& state, bool noise, uint32_t quality) {
 
 // A movie of noise in lossless pictures, 400 KB a frame; removed when the program ends.
 struct LargeMovie {
-    const std::string name = NameOf("large.vrn");
+    const std::string name = TemporaryName("large.vrn");
     LargeMovie() {
         Sound sound = MakeSound(true);
         MakeMovie(name, 640, 480, 60, 4000000, &sound, 4);
@@ -104,7 +99,7 @@ const std::string& TheLargeMovie() {
 
 void Mix(benchmark::State& state) {
     const std::string in = TheLargeMovie();
-    const std::string out = NameOf("mixed.vrn");
+    const std::string out = TemporaryName("mixed.vrn");
     for (auto _ : state) {
         TrackDescriptor other = {}; // drops a track that isn't there: all are kept
         other.id = 99;
@@ -115,7 +110,7 @@ void Mix(benchmark::State& state) {
 
 void Copy(benchmark::State& state) {
     const std::string in = TheLargeMovie();
-    const std::string out = NameOf("copied.vrn");
+    const std::string out = TemporaryName("copied.vrn");
     std::vector<uint8_t> bytes(0x40000);
     for (auto _ : state) {
         const FileHandle from = platform->openFile(in.c_str());

@@ -14,11 +14,6 @@ namespace vorn::bench {
 
 namespace {
 
-std::string MovieName() {
-    const char* folder = std::getenv("TMPDIR");
-    return std::string(folder != nullptr ? folder : "/tmp") + "/vorn-bench-movie.vrn";
-}
-
 void MakeMovie(const Clip& clip, const std::string& name, int32_t lookAhead) {
     VornMakeState* movie = VornMake(name.c_str(), clip.width * 4, clip.width, clip.height, clip.frames, 0, 0, 25, 1, 0,
                                     nullptr, lookAhead, nullptr);
@@ -30,7 +25,7 @@ void MakeMovie(const Clip& clip, const std::string& name, int32_t lookAhead) {
 
 void Movie(benchmark::State& state, CpuLevel level, uint32_t workers, int32_t lookAhead) {
     const Clip& clip = TheClip();
-    const std::string name = MovieName();
+    const std::string name = TemporaryName("movie.vrn");
     const uint32_t before = ExchangeWorkerCount(workers);
     UseLevel(level);
     for (auto _ : state) MakeMovie(clip, name, lookAhead);

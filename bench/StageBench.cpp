@@ -1,7 +1,6 @@
 // StageBench.cpp - what a frame goes through before and after analysis; "block" is the time for one 8x8 block of the plane.
 #include <benchmark/benchmark.h>
 
-#include <cstdlib>
 #include <string>
 
 #include "allocation/Allocation.h"
@@ -37,11 +36,6 @@ struct AnalysedPlane {
         AllocateBits(records.data(), count, count * bytesPerBlock, queue.data());
     }
 };
-
-void TellPerBlock(benchmark::State& state, size_t blocks) {
-    state.counters["block"] = benchmark::Counter(
-        static_cast<double>(blocks), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
-}
 
 void Prices(benchmark::State& state) {
     AnalysedPlane plane;

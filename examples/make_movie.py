@@ -4,6 +4,7 @@ import ctypes
 import sys
 
 WIDTH, HEIGHT, FRAMES = 160, 120, 30
+MESSAGE = 2  # VORN_MESSAGE
 
 library = ctypes.CDLL(sys.argv[1])
 PROGRESS = ctypes.CFUNCTYPE(ctypes.c_uint32, ctypes.c_uint32, ctypes.c_void_p, ctypes.c_char_p)
@@ -17,7 +18,7 @@ library.VornMakeClose.argtypes = [ctypes.c_void_p, ctypes.c_uint32]
 
 @PROGRESS
 def hear(code, record, text):
-    if code == 2:
+    if code == MESSAGE:
         print(text.decode(), file=sys.stderr)
     return 0
 

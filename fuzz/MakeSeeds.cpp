@@ -96,13 +96,14 @@ void WritePictures(const std::filesystem::path& folder) {
 int main(int count, char** arguments) {
     if (count != 2) return 2;
     const std::filesystem::path folder = arguments[1];
-    for (const char* target : {"reader", "plane", "mix", "make", "pictures", "sound", "strings"})
+    for (const char* target : {"reader", "plane", "mix", "make", "pictures", "wave", "sound", "strings"})
         std::filesystem::create_directories(folder / target);
     const Workers workers{1};
     WriteMovies(folder);
     WriteMakePlans(folder);
     WriteChoices(folder, "make", 8, 120);
     WriteChoices(folder, "sound", 24, 90);
+    WriteChoices(folder, "wave", 24, 60);
     WriteChoices(folder, "strings", 24, 100);
     WritePictures(folder);
     return 0;

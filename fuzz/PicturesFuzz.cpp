@@ -1,11 +1,14 @@
-// PicturesFuzz.cpp - any bytes as Y4M or raw pictures, from a file, from a pipe, read ahead, and two inputs in a row.
+// PicturesFuzz.cpp - any bytes as Y4M or raw pictures, from a file, from a pipe, read ahead, and two inputs in a row; and as a
+// row of PNG files.
 #include <algorithm>
 #include <cstring>
+#include <deque>
 
-#include <sys/mman.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include "fuzz/Fuzz.h"
+#include "fuzz/MemoryFile.h"
 #include "tools/Exit.h"
 #include "tools/Input.h"
 
@@ -23,10 +26,6 @@ struct Pictures {
     std::vector<std::vector<uint8_t>> frames;
     ReadResult last = ReadResult::DONE;
 };
-
-void CheckText(const std::string& text) {
-    Require(!text.empty() && text.find('\n') == std::string::npos, "a failure is one line: " + text);
-}
 
 // Reads everything. A failure is an answer, too.
 Pictures ReadAll(const InputOptions& options, bool ahead, uint64_t limit) {
@@ -49,17 +48,6 @@ Pictures ReadAll(const InputOptions& options, bool ahead, uint64_t limit) {
     }
     return pictures;
 }
-
-// A file in memory under a name that can be opened.
-struct MemoryFile {
-    int descriptor = memfd_create("pictures", 0);
-    std::string name = "/proc/self/fd/" + std::to_string(descriptor);
-    MemoryFile(const uint8_t* data, size_t size) {
-        Require(descriptor >= 0 && write(descriptor, data, size) == ssize_t(size), "there is memory");
-    }
-    ~MemoryFile() { close(descriptor); }
-    MemoryFile(const MemoryFile&) = delete;
-};
 
 // A pipe that holds all of the data, with nobody left to write.
 struct FullPipe {
@@ -117,6 +105,73 @@ void ReadEveryWay(InputOptions options, const uint8_t* data, size_t size, uint64
     }
 }
 
+// ---- PNG -------------------------------------------------------------------------------------------------------------
+
+constexpr char SIGNATURE[] = "\x89PNG\r\n\x1a\n";
+constexpr size_t SIGNATURE_BYTES = 8;
+
+uint32_t BigWord(const uint8_t* bytes) {
+    return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
+}
+
+// Makes the checksum of each chunk right: a reader looks no further than a wrong one.
+void MendChecksums(std::vector<uint8_t>* file) {
+    for (size_t at = SIGNATURE_BYTES; at + 12 <= file->size();) {
+        const size_t length = BigWord(&(*file)[at]);
+        if (length > file->size() - at - 12) return;
+        const auto sum = static_cast<uint32_t>(crc32(0, &(*file)[at + 4], static_cast<uInt>(length + 4)));
+        for (size_t i = 0; i < 4; i++) (*file)[at + 8 + length + i] = static_cast<uint8_t>(sum >> (24 - 8 * i));
+        at += 12 + length;
+    }
+}
+
+// The data as files behind each other, each from one signature to the next.
+std::vector<std::vector<uint8_t>> CutPngs(const uint8_t* data, size_t size) {
+    std::vector<std::vector<uint8_t>> files;
+    const uint8_t* const end = data + size;
+    const auto find = [&](const uint8_t* from) {
+        return std::search(from, end, SIGNATURE, SIGNATURE + SIGNATURE_BYTES);
+    };
+    for (const uint8_t* start = find(data); start != end;) {
+        const uint8_t* next = find(start + SIGNATURE_BYTES);
+        MendChecksums(&files.emplace_back(start, next));
+        start = next;
+    }
+    return files;
+}
+
+bool IsLargePng(const std::vector<uint8_t>& file) {
+    if (file.size() < 24) return false;
+    return uint64_t{BigWord(&file[16])} * BigWord(&file[20]) > MOST_PIXELS;
+}
+
+// Each file alone, then all of them in a row: its pictures are theirs, up to the first that can't be read.
+void ReadPngs(const uint8_t* data, size_t size) {
+    const std::vector<std::vector<uint8_t>> files = CutPngs(data, size);
+    if (files.empty() || std::any_of(files.begin(), files.end(), IsLargePng)) return;
+    InputOptions row;
+    row.rate = std::string("25/1");
+    std::deque<MemoryFile> memory;
+    std::vector<std::vector<uint8_t>> wanted;
+    bool whole = true, grey = true;
+    for (const std::vector<uint8_t>& file : files) {
+        InputOptions alone = row;
+        alone.names = {memory.emplace_back(file.data(), file.size()).name};
+        row.names.push_back(alone.names[0]);
+        const Pictures one = ReadAll(alone, false, 0);
+        if (one.opened) Require(one.foretold == 1u && one.frames.size() <= 1, "a PNG file is one picture");
+        whole = whole && one.frames.size() == 1;
+        grey = grey && one.format.grey;
+        if (whole) wanted.push_back(one.frames[0]);
+    }
+    const Pictures all = ReadAll(row, false, 0);
+    if (!all.opened) return; // of different sizes, or the first one can't be read
+    Require(all.foretold == files.size(), "a row has as many pictures as files");
+    Require((all.last == ReadResult::END) == whole, "a row is whole if its files are");
+    Require(all.frames == wanted, "a row has the pictures of its files");
+    if (whole) Require(all.format.grey == grey, "a row is grey if its files are");
+}
+
 } // namespace
 
 // The last two bytes choose; the others are what is read.
@@ -128,6 +183,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (way % 4 == 3) {
         options.raw = std::to_string(1 + detail % 16) + "x" + std::to_string(1 + detail / 16);
         options.rate = std::string("30000/1001");
+    } else if (size >= SIGNATURE_BYTES && std::memcmp(data, SIGNATURE, SIGNATURE_BYTES) == 0) {
+        ReadPngs(data, size);
+        return 0;
     } else if (IsLarge(data, size)) {
         return 0;
     }

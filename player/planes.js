@@ -57,11 +57,12 @@ export class Plane {
         bits.takePadding();
         return bits.position / 8;
     }
-    // Keeps a short stream from claiming much memory: block types alone take a count and a fill for each full chunk.
+    // Keeps a short stream from claiming much memory: block types alone take a count and a fill for each full chunk,
+    // whose elements stand for two blocks at most.
     checkLength(bits, blocks) {
         const countBits = this.bundles.all[BLOCK_TYPES].countBits;
         const chunks = Math.floor(bits.end / (countBits + 5)) + 1;
-        if (blocks > chunks * 2 ** countBits) {
+        if (blocks > 2 * chunks * 2 ** countBits) {
             throw new VornError(`the stream is too short for a plane of ${this.width} x ${this.height}`);
         }
     }

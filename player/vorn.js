@@ -26,6 +26,7 @@ export {MODE_NAMES} from './tables.js';
 const PLANE_NAMES = {y: 'Y', cr: 'Cr', cb: 'Cb', alpha: 'alpha'};
 // Beyond this padded width a chunk of colours could outgrow its 15-bit count.
 const MOST_WIDTH = 4032;
+// More than a page can show at any speed; and positions in a stream stay within 31 bits.
 const MOST_PLANE_SAMPLES = 1 << 26;
 
 const HEADER_BYTES = 44;

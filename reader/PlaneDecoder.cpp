@@ -190,12 +190,12 @@ void ReadRows(PlaneWalk& walk) {
     walk.report.place.row = walk.report.place.column = -1;
 }
 
-// Fewer bits than the chunks of block types alone would take: a count and a fill for at most 2^bits - 1 blocks each.
-// Keeps a short stream from claiming much memory.
+// Fewer bits than the chunks of block types alone would take: a count and a fill for at most 2^bits - 1 elements each, and
+// no element stands for more than two blocks. Keeps a short stream from claiming much memory.
 void CheckLength(const PlaneWalk& walk) {
     const uint64_t countBits = walk.bundles.all[BLOCK_TYPES].countBits;
     const uint64_t chunks = walk.bits.Left() / (countBits + 5) + 1;
-    if (uint64_t(walk.columns) * walk.rows > chunks << countBits) {
+    if (uint64_t(walk.columns) * walk.rows > 2 * chunks << countBits) {
         throw StreamFault{"The stream is too short for a plane of " + std::to_string(walk.plane.width) + " x " +
                           std::to_string(walk.plane.height) + "."};
     }

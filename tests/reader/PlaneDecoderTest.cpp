@@ -182,15 +182,31 @@ TEST(PlaneDecoder, CutAndPaddedStreams) {
     EXPECT_TRUE(Tells(Decode(stream, 8, 8).violations, SEVERITY_ERROR, "padding"));
 }
 
-// A few bytes can't claim a great plane.
+// A few bytes can't claim a great plane, but they get what 16x16 blocks of one colour, chunk upon chunk, can make of them.
 TEST(PlaneDecoder, ShortStreamsGetNoMemory) {
-    const std::vector<uint8_t> stream(32, 0);
-    for (const uint32_t height : {16384u, 0x10000u, 7u}) {
-        const Decoded decoded = Decode(stream, 4032, height);
+    const std::vector<uint8_t> zeros(32, 0);
+    for (const uint32_t height : {16384u, 0x20000u, 7u}) {
+        const Decoded decoded = Decode(zeros, 4032, height);
         EXPECT_FALSE(decoded.whole);
         EXPECT_TRUE(decoded.plane.samples.empty());
+        EXPECT_EQ(decoded.violations.errors, 1u);
     }
-    EXPECT_TRUE(Decode(stream, 4032, 16384).violations.errors > 0);
+    // 400 rows take 200 types each; the even ones take as many subtypes and colours, so that these end behind an even row.
+    PlaneStream stream(3200);
+    const auto fill = [&stream](int id, uint32_t count, uint32_t value) {
+        stream.Put(count, stream.CountBits(id));
+        if (count != 0) stream.Put(1, 1).Put(value, id == COLOURS ? 8 : 4);
+    };
+    for (uint32_t row = 0; row < 400; row++) {
+        if (row % 5 == 0) fill(BLOCK_TYPES, 1000, MODE_SCALED);
+        if (row == 0 || row % 10 == 9) fill(SUB_BLOCK_TYPES, row < 399 ? 1000 : 0, MODE_FILL);
+        if (row == 0 || row % 200 == 199) fill(COLOURS, row < 399 ? 20000 : 0, 0x55);
+        for (int id = PATTERNS; row == 0 && id < BUNDLES; id++) fill(id, 0, 0);
+    }
+    const Decoded decoded = Decode(stream.PadToWord().bytes, 3200, 3200);
+    EXPECT_TRUE(decoded.whole) << AllLines(decoded.violations);
+    EXPECT_TRUE(decoded.plane.samples == std::vector<uint8_t>(size_t(3200) * 3200, 0x55));
+    EXPECT_EQ(decoded.plane.consumed, 256u);
 }
 
 } // namespace

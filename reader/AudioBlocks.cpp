@@ -10,12 +10,11 @@ namespace {
 
 constexpr int MANTISSA_BITS = 23;
 
-// Bits of mantissa / 2^shift, rounded to a whole number with ties to even.
-int BitsOfRounded(uint64_t mantissa, int shift) {
-    const uint64_t whole = mantissa >> shift, part = mantissa - (whole << shift);
-    const uint64_t half = shift > 0 ? uint64_t(1) << (shift - 1) : 1;
+// Bit length of mantissa / 2^shift, rounded with ties to even. `shift` is at least 1.
+int BitsOfRounded(uint32_t mantissa, int shift) {
+    const uint32_t whole = mantissa >> shift, part = mantissa - (whole << shift), half = 1u << (shift - 1);
     const bool up = part > half || (part == half && (whole & 1) != 0);
-    return int(BitLength(uint32_t(whole + (up ? 1 : 0))));
+    return int(BitLength(whole + (up ? 1 : 0)));
 }
 
 // Exponent, mantissa, sign: m * 2^(e - 23). The exponent is the bit length of the rounded value, give or take what the
@@ -29,7 +28,7 @@ double TakePackedFloat(BitSource& bits, Reporter& report) {
     } else {
         const int shift = MANTISSA_BITS - exponent;
         const int least = BitsOfRounded(mantissa > 0 ? mantissa - 1 : 0, shift);
-        const int most = BitsOfRounded(uint64_t(mantissa) + 1, shift);
+        const int most = BitsOfRounded(mantissa + 1, shift);
         if (exponent < least || exponent > most) report.Habit("A packed value's exponent isn't the encoder's.");
     }
     const double value = std::ldexp(double(mantissa), exponent - MANTISSA_BITS);
@@ -113,7 +112,7 @@ bool ReadAudioBlock(const AudioKind& kind, Bytes coded, const Violation& place, 
                     Violations* violations) {
     *block = CodedAudioBlock();
     BitSource bits(coded);
-    Reporter report = {violations, place, &bits};
+    Reporter report = {violations, place, &bits, std::max<int64_t>(place.bit, 0)};
     try {
         ReadBlock(kind, bits, report, block);
     } catch (const StreamFault& fault) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <complex>
+#include <optional>
 
 #include "format/AudioFormat.h"
 #include "numeric/PortableMath.h"
@@ -13,19 +14,28 @@ namespace {
 
 using Complex = std::complex<double>;
 
-// 512 to 8192 points; made anew for each track.
+// What all blocks of a track share.
 struct TransformTables {
-    uint32_t points;
-    std::vector<Complex> turns; // e^(2 pi i k / points), k below points / 2
+    AudioShape shape;
+    bool perChannelDct;
+    uint32_t points;                // of the complex transform: 512 to 4096
+    std::vector<Complex> turns;     // e^(2 pi i k / points), k below points / 2
+    std::vector<Complex> halfTurns; // e^(pi i k / points), the same k; of the DCT only
     std::vector<uint32_t> reversed;
 };
 
-TransformTables MakeTables(uint32_t points) {
-    TransformTables tables = {points, {}, std::vector<uint32_t>(points, 0)};
+TransformTables MakeTables(const AudioKind& kind) {
+    TransformTables tables = {};
+    tables.shape = ShapeOfAudio(kind.sampleRate, kind.channels, kind.perChannelDct);
+    tables.perChannelDct = kind.perChannelDct;
+    const uint32_t points = kind.perChannelDct ? 2 * tables.shape.transformSize : tables.shape.transformSize;
+    tables.points = points;
     for (uint32_t k = 0; k < points / 2; k++) {
-        const double angle = 2.0 * k / points;
-        tables.turns.emplace_back(CosPi(angle), SinPi(angle));
+        const double angle = double(k) / points;
+        tables.turns.emplace_back(CosPi(2.0 * angle), SinPi(2.0 * angle));
+        if (kind.perChannelDct) tables.halfTurns.emplace_back(CosPi(angle), SinPi(angle));
     }
+    tables.reversed.assign(points, 0);
     for (uint32_t i = 1; i < points; i++) {
         tables.reversed[i] = tables.reversed[i >> 1] >> 1 | ((i & 1) != 0 ? points >> 1 : 0);
     }
@@ -72,10 +82,7 @@ std::vector<double> InverseDft(const TransformTables& tables, const std::vector<
 std::vector<double> InverseDct(const TransformTables& tables, const std::vector<double>& y) {
     const size_t n = y.size();
     std::vector<Complex> z(2 * n);
-    for (size_t j = 0; j < n; j++) {
-        const double angle = double(j) / (2.0 * double(n));
-        z[j] = Complex(y[j] * CosPi(angle), y[j] * SinPi(angle));
-    }
+    for (size_t j = 0; j < n; j++) z[j] = y[j] * tables.halfTurns[j];
     Backward(tables, &z);
     std::vector<double> samples(n);
     for (size_t k = 0; k < n; k++) samples[k] = z[k].real();
@@ -95,36 +102,33 @@ std::vector<double> Dequantise(const AudioShape& shape, const CodedSpectrum& spe
     return y;
 }
 
-std::vector<double> RestoreBlock(const AudioKind& kind, const TransformTables& tables, const CodedAudioBlock& block) {
-    const AudioShape shape = ShapeOfAudio(kind.sampleRate, kind.channels, kind.perChannelDct);
+std::vector<double> RestoreBlock(const TransformTables& tables, const CodedAudioBlock& block) {
+    const AudioShape& shape = tables.shape;
     const double scale = 2.0 / std::sqrt(double(shape.transformSize));
     std::vector<double> samples(size_t(shape.transformSize) * shape.transformCount);
     for (uint32_t t = 0; t < shape.transformCount; t++) {
         const std::vector<double> y = Dequantise(shape, block.spectra[t]);
-        const std::vector<double> x = kind.perChannelDct ? InverseDct(tables, y) : InverseDft(tables, y);
+        const std::vector<double> x = tables.perChannelDct ? InverseDct(tables, y) : InverseDft(tables, y);
         for (size_t i = 0; i < x.size(); i++) samples[i * shape.transformCount + t] = x[i] * scale;
     }
     return samples;
-}
-
-TransformTables TablesOf(const AudioKind& kind) {
-    const AudioShape shape = ShapeOfAudio(kind.sampleRate, kind.channels, kind.perChannelDct);
-    return MakeTables(kind.perChannelDct ? 2 * shape.transformSize : shape.transformSize);
 }
 
 int16_t ToPcm(double sample) {
     return int16_t(std::floor(std::clamp(sample, -32768.0, 32767.0) + 0.5));
 }
 
-// Joins blocks: the first `overlap` samples of a block and the last of the one before are mixed, the weight of the new
-// one rising evenly.
+// Makes blocks into samples and joins them: the first `overlap` samples of a block and the last of the one before are
+// mixed, the weight of the new one rising evenly.
 struct Joiner {
+    TransformTables tables;
     size_t overlap; // interleaved samples
     size_t channels;
     std::vector<double> tail; // of the block before; empty at the start
     std::vector<int16_t>* out;
 
-    void Append(const std::vector<double>& block) {
+    void Append(const CodedAudioBlock& coded) {
+        const std::vector<double> block = RestoreBlock(tables, coded);
         const size_t frames = overlap / channels;
         for (size_t i = 0; i < block.size() - overlap; i++) {
             double sample = block[i];
@@ -141,70 +145,88 @@ struct Joiner {
     }
 };
 
-// Decodes the blocks of one packet, whose length must be used up exactly.
-bool DecodePacket(const AudioKind& kind, const TransformTables& tables, const TrackPacket& packet, Violation place,
-                  TrackSound* sound, Joiner* joiner, Violations* violations) {
-    const AudioShape shape = ShapeOfAudio(kind.sampleRate, kind.channels, kind.perChannelDct);
+Joiner MakeJoiner(const AudioKind& kind, std::vector<int16_t>* out) {
+    Joiner joiner = {MakeTables(kind), 0, kind.channels, {}, out};
+    joiner.overlap = joiner.tables.shape.overlapBytes / 2;
+    return joiner;
+}
+
+// Reads the blocks of one packet, which must use up its length exactly, and hands them to the joiner, if there is one.
+// Each block but the track's last stands for `hop` PCM bytes, that one for 4 at least. False if a block breaks off.
+bool ReadPacket(const AudioKind& kind, uint32_t hop, const TrackPacket& packet, Violation place, Joiner* joiner,
+                uint32_t* blocks, Violations* violations) {
+    const uint64_t pcmBytes = packet.packet.pcmBytes;
     Bytes rest = packet.packet.coded;
-    place.severity = SEVERITY_ERROR;
     place.frame = packet.frame;
-    if (rest.size == 0) {
-        place.text = "An audio packet that isn't empty holds no block.";
+    const auto note = [&](Severity severity, const char* text) {
+        place.severity = severity;
+        place.text = text;
         AddViolation(violations, place);
-    }
-    uint64_t advance = 0;
-    while (rest.size != 0) {
+    };
+    if (rest.size == 0) note(SEVERITY_ERROR, "An audio packet that isn't empty holds no block.");
+    for (*blocks = 0; rest.size != 0; (*blocks)++) {
         CodedAudioBlock block;
-        if (!ReadAudioBlock(kind, rest, place, &block, violations)) return false;
-        joiner->Append(RestoreBlock(kind, tables, block));
+        Violation start = place;
+        start.bit = int64_t(8 * (packet.packet.coded.size - rest.size));
+        if (!ReadAudioBlock(kind, rest, start, &block, violations)) return false;
+        if (joiner != nullptr) joiner->Append(block);
         rest.data += block.bytes;
         rest.size -= block.bytes;
-        sound->blocks++;
-        advance += shape.blockBytes - shape.overlapBytes;
     }
-    if (packet.packet.pcmBytes > advance) {
-        place.text = "The packet stands for more PCM bytes than its blocks hold.";
-        AddViolation(violations, place);
+    const uint64_t room = uint64_t(*blocks) * hop;
+    if (pcmBytes > room) {
+        note(SEVERITY_ERROR, "The packet stands for more PCM bytes than its blocks hold.");
+    } else if (pcmBytes % 4 != 0 || pcmBytes + hop <= room) {
+        note(SEVERITY_HABIT, "The packet's PCM bytes aren't what the encoder counts for its blocks.");
     }
     return true;
 }
 
 } // namespace
 
-std::vector<double> RestoreAudioBlock(const AudioKind& kind, const CodedAudioBlock& block) {
-    return RestoreBlock(kind, TablesOf(kind), block);
+uint32_t AudioHop(const AudioKind& kind) {
+    const uint32_t blockBytes = BaseTransformSize(kind.sampleRate) * kind.channels * 2;
+    return blockBytes - blockBytes / OVERLAP_PARTS;
 }
 
-bool DecodePackets(const Movie& movie, uint32_t track, const std::vector<TrackPacket>& packets, TrackSound* sound,
-                   Violations* violations) {
+std::vector<double> RestoreAudioBlock(const AudioKind& kind, const CodedAudioBlock& block) {
+    return RestoreBlock(MakeTables(kind), block);
+}
+
+bool ReadPackets(const Movie& movie, uint32_t track, const std::vector<TrackPacket>& packets, TrackSound* sound,
+                 Violations* violations) {
     const Track& words = movie.tracks[track];
-    *sound = TrackSound();
-    sound->kind = {words.sampleRate, words.channels, words.perChannelDct};
+    const AudioKind kind = {words.sampleRate, words.channels, words.perChannelDct};
+    if (sound != nullptr) *sound = {kind, {}, 0, 0, 0};
     if (!words.usable) return false;
     if (packets.empty()) return true; // a head may claim any number of tracks
-    const AudioShape shape = ShapeOfAudio(words.sampleRate, words.channels, words.perChannelDct);
-    const TransformTables tables = TablesOf(sound->kind);
-    Joiner joiner = {shape.overlapBytes / 2, words.channels, {}, &sound->samples};
-    Violation place = {SEVERITY_ERROR};
+    const uint32_t hop = AudioHop(kind);
+    std::optional<Joiner> joiner;
+    if (sound != nullptr) joiner = MakeJoiner(kind, &sound->samples);
+    Violation place = {SEVERITY_HABIT};
     place.track = int(track);
     bool whole = true, ended = false;
     for (const TrackPacket& packet : packets) {
         if (ended) {
-            place.severity = SEVERITY_HABIT;
             place.frame = packet.frame;
             place.text = "Sound goes on behind a packet that ended the track.";
             AddViolation(violations, place);
         }
-        const uint32_t blocksBefore = sound->blocks;
-        whole = DecodePacket(sound->kind, tables, packet, place, sound, &joiner, violations);
-        sound->pcmBytes += packet.packet.pcmBytes;
-        sound->codedBytes += packet.packet.coded.size;
+        uint32_t blocks = 0;
+        whole = ReadPacket(kind, hop, packet, place, joiner ? &*joiner : nullptr, &blocks, violations);
+        if (sound != nullptr) {
+            sound->pcmBytes += packet.packet.pcmBytes;
+            sound->codedBytes += packet.packet.coded.size;
+            sound->blocks += blocks;
+        }
         if (!whole) break;
-        const uint64_t advance = uint64_t(sound->blocks - blocksBefore) * (shape.blockBytes - shape.overlapBytes);
-        ended = packet.packet.pcmBytes < advance;
+        ended = packet.packet.pcmBytes < uint64_t(blocks) * hop;
     }
-    joiner.Finish();
-    if (sound->samples.size() > sound->pcmBytes / 2) sound->samples.resize(size_t(sound->pcmBytes / 2));
+    if (sound != nullptr) {
+        joiner->Finish();
+        const uint64_t most = sound->pcmBytes / (2 * kind.channels) * kind.channels;
+        if (sound->samples.size() > most) sound->samples.resize(size_t(most));
+    }
     return whole;
 }
 
@@ -226,7 +248,7 @@ bool DecodeTrack(const Movie& movie, uint32_t track, TrackSound* sound, Violatio
             packets.push_back({i, frame.audio[track]});
         }
     }
-    return DecodePackets(movie, track, packets, sound, violations) && whole;
+    return ReadPackets(movie, track, packets, sound, violations) && whole;
 }
 
 } // namespace vorn::reader

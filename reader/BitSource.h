@@ -55,10 +55,11 @@ struct Reporter {
     Violations* violations;
     Violation place; // frame, plane, track, column, row are kept up to date by the decoder
     const BitSource* source;
+    int64_t firstBit = 0; // where `source` begins in what `place` counts bits of
 
     void Note(Severity severity, const std::string& text) {
         place.severity = severity;
-        place.bit = int64_t(source->Position());
+        place.bit = firstBit + int64_t(source->Position());
         place.text = text;
         AddViolation(violations, place);
     }

@@ -1,7 +1,8 @@
 // Reader.h - reads finished movies: walks the file, decodes planes and sound, and checks every rule on the way.
-// Not part of the encoder: it shares the constant tables of the format with it and nothing else, so that a slip in one is
-// seen by the other. It is made for files of strangers: every read is checked against the bytes that are there, claimed
-// sizes are believed only as far as the file's length bears them out, and no exception leaves it.
+// Not part of the encoder: so that a slip in one is seen by the other, it shares with it what is in format/, which is
+// constant tables and the shape of a track's sound, and the functions of numeric/. It is made for files of strangers: every
+// read is checked against the bytes that are there, claimed sizes are believed only as far as the file's length bears them
+// out, and no exception leaves it but std::bad_alloc.
 // A movie's road: OpenMovie or ParseMovie, ReadFrame, DecodeFrame with one MovieDecoder from frame 0 on, DecodeTrack for
 // each track; or VerifyMovie, which does it all. DecodePlane takes a single plane stream.
 // Threads: all state is in the arguments.
@@ -55,12 +56,12 @@ constexpr uint32_t MOVIE_FLAG_GREY = 1u << 17;  // in the header's flags: no Cr 
 constexpr uint32_t MOVIE_FLAG_ALPHA = 1u << 20; // an alpha plane
 // Beyond this padded width a chunk of colours could outgrow its 15-bit count.
 constexpr uint32_t MOST_WIDTH = 4032;
-// Most samples of a plane that this reader takes on.
-constexpr uint64_t MOST_PLANE_SAMPLES = uint64_t(1) << 26;
+// Most samples of a plane that this reader takes on. The encoder stops below 226 million, by its memory.
+constexpr uint64_t MOST_PLANE_SAMPLES = uint64_t(1) << 28;
 
 struct MovieOptions {
-    uint64_t offset = 0; // where the movie starts in the file; above 0 other things may follow it
-    bool growing = false; // flushed, not closed: bytes may follow the last frame, and its end word may bear a key bit
+    uint64_t offset = 0;  // where the movie starts in the file; above 0 other things may follow it
+    bool growing = false; // flushed but not closed: bytes may follow the last frame, and tables be ahead of the count
 };
 
 struct Track {
@@ -205,7 +206,8 @@ struct AudioKind {
     uint32_t channels;   // 1 or 2
     bool perChannelDct;
 };
-// Reads the block at the start of `coded`. False if it breaks off; `place` names frame and track for reports.
+// Reads the block at the start of `coded`. False if it breaks off. `place` names frame and track for reports; if its `bit`
+// isn't -1, it is where the block begins in the packet's coded audio.
 bool ReadAudioBlock(const AudioKind& kind, Bytes coded, const Violation& place, CodedAudioBlock* block,
                     Violations* violations);
 // Samples of a block, channels interleaved, full scale 32768: transform size * transform count of them.

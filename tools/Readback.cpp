@@ -66,12 +66,16 @@ bool ReadAt(int descriptor, uint64_t place, uint8_t* bytes, size_t count) {
 bool DecodeSound(const reader::Movie& movie, const reader::Frame& frame, reader::Violations* violations) {
     for (size_t t = 0; t < frame.audio.size(); t++) {
         const reader::Track& track = movie.tracks[t];
-        if (frame.audio[t].length == 0) continue;
         const reader::AudioKind kind = {track.sampleRate, track.channels, track.perChannelDct};
         reader::Violation place = {reader::SEVERITY_ERROR};
         place.track = static_cast<int>(t);
-        reader::CodedAudioBlock block;
-        if (!ReadAudioBlock(kind, frame.audio[t].coded, place, &block, violations)) return false;
+        const reader::Bytes coded = frame.audio[t].coded;
+        for (size_t done = 0; done < coded.size;) {
+            reader::CodedAudioBlock block;
+            place.bit = static_cast<int64_t>(done * 8);
+            if (!ReadAudioBlock(kind, {coded.data + done, coded.size - done}, place, &block, violations)) return false;
+            done += block.bytes;
+        }
     }
     return true;
 }

@@ -40,8 +40,9 @@ void AnnounceFrame(VornMakeState* state) {
 // The share comes from the queue, the floors from the estimates, which take in the last frame in between.
 uint32_t DecideBudget(VornMakeState* state, const QueueAccount& account, uint32_t slot) {
     const uint32_t sound = EstimateAudio(state, state->queueCount - slot);
-    const int32_t available = static_cast<int32_t>(static_cast<uint32_t>(account.pool) - sound);
-    const uint32_t share = FrameShare(available, account.weights[slot], account.weightSum, state->queueCount);
+    const int32_t available = static_cast<int32_t>(account.pool - sound);
+    const uint32_t weight = BlockOf(state)->weights.bytes[slot];
+    const uint32_t share = FrameShare(available, weight, account.weightSum, state->queueCount);
     RefreshCostModel(&state->costY);
     RefreshCostModel(&state->costCr);
     RefreshCostModel(&state->costCb);
@@ -144,7 +145,7 @@ FrameOutcome MakeFrame(VornMakeState* state, QueueAccount* account, uint32_t slo
         state->failed = 1;
         return FrameOutcome::NOT_COUNTED;
     }
-    account->weightSum -= account->weights[slot];
+    account->weightSum -= BlockOf(state)->weights.bytes[slot];
     StoreIndexWord(state, state->framesDone + 1, end);
     RaiseFramesDone(state);
     return FrameOutcome::WRITTEN;

@@ -65,15 +65,14 @@ QueueAccount OpenAccount(const VornMakeState* state, QueueWeights* weights) {
     }
     for (uint32_t i = 0; i < state->queueCount; i++) {
         account.rateSum += state->queueRate[i];
-        account.weights[i] = weights->bytes[i];
-        account.weightSum += account.weights[i];
+        account.weightSum += weights->bytes[i];
     }
-    account.pool = static_cast<int32_t>(static_cast<uint32_t>(state->rateCarry) + account.rateSum);
+    account.pool = static_cast<uint32_t>(state->rateCarry) + account.rateSum;
     return account;
 }
 
 void ChargeFrame(QueueAccount* account, VornMakeState* state, uint32_t slot, uint32_t counted) {
-    account->pool = static_cast<int32_t>(static_cast<uint32_t>(account->pool) - counted);
+    account->pool -= counted;
     const uint32_t carry = static_cast<uint32_t>(state->rateCarry) + (state->queueRate[slot] - counted);
     state->rateCarry = static_cast<int32_t>(carry);
 }

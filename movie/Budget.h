@@ -1,7 +1,8 @@
 // Budget.h - how many bytes may the picture of a queued frame take?
 // The queue as a whole may spend its targets and what was saved before (the pool). After the sound's expected part is
 // taken off, each frame gets a share by its weight, an estimate of the information in it.
-// Sums and differences of targets are 32-bit words that wrap; pool and carry are such words read as signed numbers.
+// Sums and differences of targets are 32-bit words that wrap; carry and pool are such words, read as signed
+// numbers where they are weighed.
 #pragma once
 
 #include <cstdint>
@@ -12,10 +13,9 @@ namespace vorn {
 
 // What the queue weighs and may spend, as far as a call of RunBatch has come.
 struct QueueAccount {
-    uint32_t weights[VORN_QUEUE_FRAMES]; // bytes; the first queueCount are set
-    uint64_t weightSum;                  // of the frames not yet compressed
-    uint32_t rateSum;                    // bytes: targets of the whole queue at the start of the call
-    int32_t pool;                        // bytes that the frames left may spend, sound included
+    uint64_t weightSum; // bytes, of the frames not yet compressed
+    uint32_t rateSum;   // bytes: targets of the whole queue at the start of the call
+    uint32_t pool;      // bytes that the frames left may spend, sound included
 };
 
 // Weights of the frames at the front of the queue. A frame's weight follows from the frame, the one before it and its key
@@ -27,7 +27,7 @@ struct QueueWeights {
 // The first `done` frames leave the queue.
 void DropWeights(QueueWeights* weights, uint32_t done);
 
-// Weighs the frames that haven't been.
+// Weighs the frames that haven't been: afterwards the whole queue is.
 QueueAccount OpenAccount(const VornMakeState* state, QueueWeights* weights);
 // Charges a frame: `counted` bytes leave the pool, and the carry gains the frame's target less these.
 void ChargeFrame(QueueAccount* account, VornMakeState* state, uint32_t slot, uint32_t counted);

@@ -46,14 +46,14 @@ TEST(Budget, SharesFollowWeightsAndSavingsCarryOver) {
     Queue queue(2);
     QueueAccount account = OpenAccount(&queue.state, &queue.weights);
     EXPECT_EQ(account.rateSum, 2000u);
-    EXPECT_EQ(account.pool, 2000);
+    EXPECT_EQ(account.pool, 2000u);
     EXPECT_EQ(account.weightSum, 0u);
     EXPECT_EQ(FrameShare(account.pool, 300, 400, 2), 1500u);
     ChargeFrame(&account, &queue.state, 0, 1400);
-    EXPECT_EQ(account.pool, 600);
+    EXPECT_EQ(account.pool, 600u);
     queue.state.rateCarry = ClampCarry(queue.state.rateCarry, account.rateSum);
     EXPECT_EQ(queue.state.rateCarry, -400);
-    EXPECT_EQ(OpenAccount(&queue.state, &queue.weights).pool, 1600);
+    EXPECT_EQ(OpenAccount(&queue.state, &queue.weights).pool, 1600u);
 }
 
 TEST(Budget, SharesAtTheEdges) {
@@ -66,15 +66,15 @@ TEST(Budget, SharesAtTheEdges) {
     EXPECT_EQ(ClampCarry(7, 0), 0);
 }
 
-// Targets are words that wrap: a huge one leaves the pool as a small negative number.
+// Targets are words that wrap: a huge one leaves the pool a little below 0.
 TEST(Budget, TargetsWrap) {
     Queue queue(2);
     queue.state.queueRate[0] = 0xffffff00;
     queue.state.queueRate[1] = 0x80;
     QueueAccount account = OpenAccount(&queue.state, &queue.weights);
-    EXPECT_EQ(account.pool, -0x80);
+    EXPECT_EQ(account.pool, 0xffffff80);
     ChargeFrame(&account, &queue.state, 0, 0x10);
-    EXPECT_EQ(account.pool, -0x90);
+    EXPECT_EQ(account.pool, 0xffffff70);
     EXPECT_EQ(queue.state.rateCarry, -0x110);
 }
 

@@ -11,10 +11,15 @@
 namespace vorn {
 namespace {
 
-constexpr uint32_t VARIANT_STEP = 100; // a descriptor's quality from here on names the DFT variant
-constexpr uint32_t PACKET_HEAD = 8;    // bytes of the two words of a packet that is not empty
+constexpr uint32_t VARIANT_STEP = 100;         // a descriptor's quality from here on names the DFT variant
+constexpr uint32_t PACKET_HEAD = 8;            // bytes of the two words of a packet that is not empty
+constexpr uint32_t LONGEST_TRACK = 0xfffffffc; // bytes of PCM, in whole words
 constexpr uint32_t FIRST_PCM_TALLY = 45;
 constexpr uint32_t FIRST_CODED_TALLY = 10;
+
+uint32_t BytesPerSecond(const TrackDescriptor& descriptor) {
+    return descriptor.sampleRate * descriptor.channels * 2;
+}
 
 // PCM bytes in `frames` frames, truncated; held to 64 bits. The remainder goes its own way, so that no product wraps.
 uint64_t BytesOfFrames(uint32_t bytesPerSecond, uint32_t frames, uint32_t rateNumerator, uint32_t rateDenominator) {
@@ -80,6 +85,22 @@ TrackProblem CheckTrack(const TrackDescriptor& descriptor, uint32_t number, bool
     return problem;
 }
 
+TrackProblem CheckTrackLength(const TrackDescriptor& descriptor, uint32_t number, uint32_t frameCount,
+                              uint32_t rateNumerator, uint32_t rateDenominator) {
+    TrackProblem problem = {};
+    const uint64_t scaled = uint64_t(BytesPerSecond(descriptor)) * rateDenominator; // below 2^50
+    if (scaled == 0) return problem;
+    // The largest n for which n * scaled / rateNumerator is LONGEST_TRACK at most.
+    const uint64_t most = ((uint64_t(LONGEST_TRACK) + 1) * rateNumerator - 1) / scaled;
+    if (frameCount > most)
+        std::snprintf(
+            problem.text, sizeof(problem.text),
+            "Sound track %u (id %u): %u frames at a frame rate of %u/%u make it too long; the %u bytes that a "
+            "track can have last for %u",
+            number, descriptor.id, frameCount, rateNumerator, rateDenominator, LONGEST_TRACK, uint32_t(most));
+    return problem;
+}
+
 bool InitAudioTrack(AudioTrackState* track, const TrackDescriptor& descriptor, uint32_t frameCount,
                     uint32_t rateNumerator, uint32_t rateDenominator) {
     const bool perChannelDct = descriptor.quality < VARIANT_STEP;
@@ -92,7 +113,7 @@ bool InitAudioTrack(AudioTrackState* track, const TrackDescriptor& descriptor, u
     track->format = descriptor.sampleRate + (descriptor.bits == 16 ? TRACK_FLAG_16BIT : 0) +
                     (descriptor.channels == 2 ? TRACK_FLAG_STEREO : 0) +
                     (perChannelDct ? TRACK_FLAG_VARIANT_LOW : TRACK_FLAG_VARIANT_HIGH);
-    track->bytesPerSecond = descriptor.sampleRate * descriptor.channels * 2;
+    track->bytesPerSecond = BytesPerSecond(descriptor);
     track->leadBytes = track->bytesPerSecond * 3 / 4;
     track->pcmDone = 0;
     track->quality = descriptor.quality % VARIANT_STEP;

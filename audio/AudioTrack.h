@@ -37,15 +37,17 @@ struct AudioTrackState {
 
 namespace vorn {
 
-// Why a descriptor can't become a track, as a text for the user; empty if it can.
-// `needsRead`: a null read is an error too.
+// Why a descriptor can't become a track, as a text for the user; empty if it can. `number` is its place among the others.
 struct TrackProblem {
-    char text[160];
+    char text[200];
 };
+// `needsRead`: a null read is an error too.
 TrackProblem CheckTrack(const TrackDescriptor& descriptor, uint32_t number, bool needsRead);
+// Whether the sound of so many frames stays within a track's 32-bit counts. The descriptor has passed CheckTrack.
+TrackProblem CheckTrackLength(const TrackDescriptor& descriptor, uint32_t number, uint32_t frameCount,
+                              uint32_t rateNumerator, uint32_t rateDenominator);
 
-// Fills a cleared track and opens its encoder. False if there is no memory for it. The descriptor has passed
-// CheckTrack.
+// Fills a cleared track and opens its encoder. False if there is no memory for it. The descriptor has passed both checks.
 bool InitAudioTrack(AudioTrackState* track, const TrackDescriptor& descriptor, uint32_t frameCount,
                     uint32_t rateNumerator, uint32_t rateDenominator);
 

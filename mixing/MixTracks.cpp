@@ -41,23 +41,14 @@ TrackDescriptor* FindDescriptor(const Mix* mix, uint32_t id) {
     return nullptr;
 }
 
-// A track's length in bytes, frames * duration * bytesPerSecond, has to fit a word. A damaged rate mostly doesn't.
-bool LengthFits(const Mix* mix, uint32_t bytesPerSecond) {
-    const uint64_t perSecond = uint64_t{bytesPerSecond} * mix->header.frames; // below 2^50
-    const uint64_t denominator = mix->header.rateDenominator;
-    if (denominator != 0 && perSecond > UINT64_MAX / denominator) return false;
-    return perSecond * denominator / mix->header.rateNumerator <= 0xFFFFFFFC;
-}
-
-// Sets the entry up for new sound from the descriptor and marks that as used.
+// Sets the entry up for new sound from the descriptor and marks that as used. With a damaged rate the track is mostly too long.
 bool EncodeEntry(Mix* mix, MixTrack* entry, TrackDescriptor* descriptor) {
     const VornFileHeader& header = mix->header;
     entry->action = MixAction::ENCODE;
-    if (!LengthFits(mix, descriptor->sampleRate * descriptor->channels * 2)) {
-        ReportMix(mix,
-                  "New sound for track %u would be too long: %u frames at a frame rate of %u/%u make more than the "
-                  "4294967292 bytes that a track can have.",
-                  descriptor->id, header.frames, header.rateNumerator, header.rateDenominator);
+    const TrackProblem problem = CheckTrackLength(*descriptor, static_cast<uint32_t>(descriptor - mix->descriptors),
+                                                  header.frames, header.rateNumerator, header.rateDenominator);
+    if (problem.text[0] != 0) {
+        ReportMix(mix, "%s", problem.text);
         return false;
     }
     if (!InitAudioTrack(&entry->state, *descriptor, header.frames, header.rateNumerator, header.rateDenominator)) {

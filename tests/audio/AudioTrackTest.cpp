@@ -205,4 +205,23 @@ TEST(AudioTrack, DescriptorsThatTheFormatCannotHold) {
     EXPECT_NE(text(44100, 3), "");
 }
 
+// 4294967292 bytes are the most; a length is cut to whole bytes before it is held against them.
+TEST(AudioTrack, TracksThatAreTooLong) {
+    Source source;
+    const auto text = [&](uint32_t rate, uint32_t channels, uint32_t frames, uint32_t num, uint32_t den) {
+        return std::string(CheckTrackLength(Describe(&source, rate, channels, 4), 3, frames, num, den).text);
+    };
+    EXPECT_EQ(text(44100, 2, 608697, 25, 1), "");
+    EXPECT_EQ(
+        text(44100, 2, 608698, 25, 1),
+        "Sound track 3 (id 9): 608698 frames at a frame rate of 25/1 make it too long; the 4294967292 bytes that a "
+        "track can have last for 608697");
+    EXPECT_EQ(text(1, 1, 2684354558, 5, 4), ""); // 4294967292.8 bytes
+    EXPECT_NE(text(1, 1, 2684354559, 5, 4), "");
+    EXPECT_EQ(text(65535, 2, UINT32_MAX, UINT32_MAX, 0), "");
+    EXPECT_NE(text(65535, 2, 1, 1, UINT32_MAX), "");
+    EXPECT_EQ(text(65535, 2, 0, 1, UINT32_MAX), "");
+    EXPECT_EQ(Movie(Describe(&source, 44100, 2, 4), 608697, 25, 1).length, 4294966032u);
+}
+
 } // namespace

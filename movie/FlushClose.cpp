@@ -103,7 +103,8 @@ uint32_t VORN_CALL VornMakeFlush(VornMakeState* state) {
 }
 
 uint64_t VORN_CALL VornMakeClose(VornMakeState* state, uint32_t abort) {
-    if (state == nullptr) return 0;
+    if (state == nullptr || BlockOf(state)->busy != 0) return 0;
+    BlockOf(state)->busy = 1;
     if (abort == 0 && state->failed == 0) FinishMovie(state);
     for (uint32_t i = 0; i < state->trackCount; i++) mokfree(state->tracks[i].encoder);
     TakeFileHold(state);

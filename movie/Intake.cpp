@@ -7,8 +7,8 @@ namespace {
 
 // False once the movie takes no more frames. After a failed compression the queue stays as it is, full or with all that
 // was promised, and a further frame has no place in it.
-bool TakesFrames(const VornMakeState* state) {
-    if (state->framesDone == state->frameCapacity || state->cancel != 0) return false;
+bool TakesFrames(VornMakeState* state) {
+    if (BlockOf(state)->busy != 0 || state->framesDone == state->frameCapacity || state->cancel != 0) return false;
     return state->queueCount < state->lookAhead && state->framesDone + state->queueCount < state->frameCapacity;
 }
 
@@ -45,8 +45,9 @@ void PutVideo(VornMakeState* state, uint32_t rate, uint32_t cap, uint32_t key, c
 
 } // namespace vorn
 
-VORN_API void VORN_CALL VornMakePutVideo(VornMakeState* state, uint32_t rate, uint32_t cap, uint32_t key,
-                                         const void* pixels) {
+void VORN_CALL VornMakePutVideo(VornMakeState* state, uint32_t rate, uint32_t cap, uint32_t key, const void* pixels) {
     if (state == nullptr || pixels == nullptr || !vorn::TakesFrames(state)) return;
+    vorn::BlockOf(state)->busy = 1;
     vorn::PutVideo(state, rate, cap, key, static_cast<const uint8_t*>(pixels));
+    vorn::BlockOf(state)->busy = 0;
 }

@@ -19,6 +19,7 @@ constexpr uint32_t FLUSH_MILLISECONDS = 60000;
 struct MovieBlock {
     VornMakeState state;
     QueueWeights weights;
+    uint32_t busy; // 1 while VornMakePutVideo or VornMakeClose is at work: its callbacks mustn't begin another one
 };
 // The block that a movie's record stands at the start of.
 inline MovieBlock* BlockOf(VornMakeState* state) {

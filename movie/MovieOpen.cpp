@@ -208,7 +208,7 @@ VornMakeState* MakeBlock(VornMakeState* record) {
     PlanMovie(record);
     MovieBlock* block = static_cast<MovieBlock*>(AllocatePlan(sizeof(MovieBlock)));
     if (block == nullptr) return nullptr;
-    *block = {*record, {}};
+    *block = {*record, {}, 0};
     VornMakeState* state = &block->state;
     const size_t indexBytes = (size_t(state->frameCapacity) + 1) * 4;
     std::memset(state->frameIndex, 0, indexBytes);

@@ -7,9 +7,9 @@
  * While a movie is made it lives in a file named after it with ".tmp" behind it, which is a readable movie of all frames
  * that the last flush counted. VornMakeClose puts it in the place of the final file.
  *
- * Threads: a movie belongs to the thread that calls VornMakePutVideo and VornMakeClose; its callbacks run on that thread.
- * VornMakeFlush may come from any other thread meanwhile. Movies and mixes on different threads are independent; they share
- * the number of workers, the clock and the memory functions.
+ * Threads: a movie belongs to the thread that calls VornMakePutVideo and VornMakeClose; its callbacks run on that thread, and
+ * must not call these two for it. VornMakeFlush may come from any other thread meanwhile. Movies and mixes on different
+ * threads are independent; they share the number of workers, the clock and the memory functions.
  */
 #ifndef VORNMAKE_H
 #define VORNMAKE_H
@@ -221,7 +221,8 @@ VORN_API VornMakeState *VORN_CALL VornMake(const char *fileName, uint32_t source
 
 /**
  * Takes the next frame. Compresses one when the queue is full, and all that is left with the last of `frames`.
- * Ignored once the movie is full or cancelled, when a frame could not be compressed, and for a null state or null pixels.
+ * Ignored once the movie is full or cancelled, when a frame could not be compressed, for a null state or null pixels, and in
+ * a callback of this movie.
  * @param state   the movie; one call at a time
  * @param rate    bytes: target size of this frame in the file, sound and picture
  * @param cap     bytes: upper limit of its picture; 0xffffffff for none
@@ -245,7 +246,8 @@ VORN_API uint32_t VORN_CALL VornMakeFlush(VornMakeState *state);
  * Ends the movie: compresses what is queued, finishes the file and gives it its final name. The state is gone afterwards.
  * @param state  the movie; null is ignored
  * @param abort  not 0 discards the movie and leaves an existing final file alone
- * @return size of the file in bytes, also when the movie was discarded; 0 for a null state
+ * @return size of the file in bytes, also when the movie was discarded; 0 for a null state, and in a callback of this movie,
+ *         where it does nothing
  */
 VORN_API uint64_t VORN_CALL VornMakeClose(VornMakeState *state, uint32_t abort);
 

@@ -131,6 +131,20 @@ TEST_F(SameFile, WithOtherMoviesAndMixesAtOnce) {
     }
 }
 
+// A callback can't begin what would move the queue under a batch, not even while the movie closes.
+TEST_F(SameFile, WithACallbackThatCallsBack) {
+    MoviePlan plan = {.frames = 3, .capacity = 8, .lookAhead = 8};
+    const std::string alone = Make(plan);
+    static const std::vector<uint8_t> pixels = DrawFrame(plan.content, plan.width, plan.height, plan.width * 4, 9);
+    const ProgressCallback callBack = [](uint32_t, void* record, const char*) {
+        VornMakeState* state = static_cast<VornMakeState*>(record);
+        for (int i = 0; i < 5; i++) VornMakePutVideo(state, 600, UINT32_MAX, 1, pixels.data());
+        EXPECT_EQ(VornMakeClose(state, 1), 0u);
+        return 0u;
+    };
+    EXPECT_TRUE(MakeMovie(&plan, folder / "movie", callBack) == alone);
+}
+
 // Three threads flush, one without a pause and two at random.
 TEST_F(SameFile, WhileOthersFlush) {
     for (MoviePlan plan : AllKinds()) {

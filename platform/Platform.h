@@ -23,7 +23,8 @@ struct Platform {
     // createFile makes the file or empties an existing one, for reading and writing. A file that is already being written
     // can't be created again. Where the system can keep others from opening it, they may read it if it is `shared`.
     FileHandle (*createFile)(const char* name, bool shared);
-    // Opens an existing file for reading; others may read it too. Fails while the file is being written elsewhere.
+    // Opens an existing file for reading; others may read it too. Fails while the file is being written elsewhere, and for
+    // what isn't a file, without waiting.
     FileHandle (*openFile)(const char* name);
     uint32_t (*readFile)(FileHandle file, void* destination, uint32_t bytes);   // bytes read; 0 at the end and on failure
     uint32_t (*writeFile)(FileHandle file, const void* source, uint32_t bytes); // bytes written, short on failure

@@ -84,11 +84,12 @@ FileHandle CreateLockedFile(const char* name, bool) {
     return NO_FILE;
 }
 
+// Only what can be sought: no folder, no pipe. The opening of a pipe isn't to wait for somebody who writes to it.
 FileHandle OpenLockedFile(const char* name) {
-    const int file = Uninterrupted([=] { return open(name, O_RDONLY | O_CLOEXEC); });
+    const int file = Uninterrupted([=] { return open(name, O_RDONLY | O_CLOEXEC | O_NONBLOCK); });
     if (file < 0) return NO_FILE;
     struct stat information;
-    if (fstat(file, &information) != 0 || S_ISDIR(information.st_mode) || !LockFile(file, LOCK_SH)) {
+    if (fstat(file, &information) != 0 || !S_ISREG(information.st_mode) || !LockFile(file, LOCK_SH)) {
         close(file);
         return NO_FILE;
     }

@@ -7,6 +7,10 @@
 #include "files/SpoolFile.h"
 #include "tests/files/TestSeams.h"
 
+#if !defined(_WIN32)
+#include <sys/stat.h>
+#endif
+
 using namespace vorn;
 
 namespace {
@@ -50,13 +54,17 @@ TEST(PlatformFiles, AFileInUseIsNeitherMadeAgainNorOpenedByAnotherWriter) {
     EXPECT_EQ(ReadWholeFile(name), "kept");
 }
 
-TEST(PlatformFiles, FoldersAndMissingNamesAreRefused) {
+TEST(PlatformFiles, FoldersPipesAndMissingNamesAreRefused) {
     TestFolder folder;
     EXPECT_EQ(SpoolOpen(16, (folder / "missing").c_str()), nullptr);
     EXPECT_EQ(SpoolOpen(16, folder.path.string().c_str()), nullptr);
     EXPECT_EQ(SpoolCreate(16, folder.path.string().c_str(), true), nullptr);
     EXPECT_EQ(SpoolCreate(16, (folder / "missing/file").c_str(), true), nullptr);
     EXPECT_EQ(folder.FileCount(), 0u);
+#if !defined(_WIN32)
+    ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0600), 0);
+    EXPECT_EQ(SpoolOpen(16, (folder / "pipe").c_str()), nullptr);
+#endif
 }
 
 // On Windows an open file keeps its name, and only a missing file counts as missing, not a missing folder on the way to it.

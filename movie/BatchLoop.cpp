@@ -96,14 +96,16 @@ uint32_t AppendFrame(VornMakeState* state, QueueAccount* account, uint32_t slot,
     return end;
 }
 
-// The movie ends with the frames that it has.
+// The movie ends with the frames that it has. How large a packet comes out is known for sure only once it is written: what
+// could pass the end is left out, so that a frame with long sound may leave room unused.
 void EndAtLastPosition(VornMakeState* state) {
     state->cancel = 1;
     char text[200];
-    std::snprintf(text, sizeof text,
-                  "The movie has reached 4 GiB, the most that its index can address. Frame %u no longer fits; the %u "
-                  "frames before it are kept.",
-                  static_cast<unsigned>(state->framesDone), static_cast<unsigned>(state->framesDone));
+    std::snprintf(
+        text, sizeof text,
+        "Frame %u could take the movie past 4 GiB, the most that its index can address. It is left out; the %u "
+        "frames before it are kept.",
+        static_cast<unsigned>(state->framesDone), static_cast<unsigned>(state->framesDone));
     ReportMessage(state->progressCallback, state, text);
 }
 

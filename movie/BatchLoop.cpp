@@ -177,18 +177,13 @@ void MoveQueue(VornMakeState* state, uint32_t done, uint32_t rateSum) {
     state->nextKey = state->queueKey + state->queueCount;
 }
 
-// A refused flush isn't tried again before the next threshold.
+// A flush that is refused isn't tried again before the next threshold.
 void FlushIfDue(VornMakeState* state) {
     const uint32_t now = MOKTimerRead();
     if (state->fileBytes <= state->nextFlushBytes && now <= state->nextFlushTime) return;
     state->nextFlushBytes = state->fileBytes + FLUSH_BYTES;
     state->nextFlushTime = now + FLUSH_MILLISECONDS;
-    if (!TakeHeadLock(state)) return;
-    RewriteHead(state);
-    ReleaseHeadLock(state);
-    TakeFileHold(state);
-    SpoolFlush(state->file, true);
-    ReleaseFileHold(state);
+    BringUpToDate(state);
 }
 
 } // namespace

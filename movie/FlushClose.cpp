@@ -49,12 +49,7 @@ void SettleFile(VornMakeState* state, bool discard) {
 // Compresses what is queued and makes the head final. If the head isn't to be had it stays as it was last written.
 void FinishMovie(VornMakeState* state) {
     if (state->cancel == 0 && state->queueCount != 0) RunBatch(state, true);
-    if (state->failed != 0 || !TakeHeadLock(state)) return;
-    RewriteHead(state);
-    ReleaseHeadLock(state);
-    TakeFileHold(state);
-    SpoolFlush(state->file, true);
-    ReleaseFileHold(state);
+    if (state->failed == 0) BringUpToDate(state);
 }
 
 } // namespace
@@ -85,6 +80,14 @@ void ReleaseHeadLock(VornMakeState* state) {
     Counter(state->headLock).fetch_sub(1);
 }
 
+// The seek that ends a rewriting leaves nothing in the file's buffer, so that there is nothing left to flush.
+bool BringUpToDate(VornMakeState* state) {
+    if (!TakeHeadLock(state)) return false;
+    const bool written = RewriteHead(state);
+    ReleaseHeadLock(state);
+    return written;
+}
+
 void ReportMessage(ProgressCallback callback, void* record, const char* text) {
     if (callback != nullptr) callback(VORN_MESSAGE, record, text);
 }
@@ -94,12 +97,7 @@ void ReportMessage(ProgressCallback callback, void* record, const char* text) {
 using namespace vorn;
 
 uint32_t VORN_CALL VornMakeFlush(VornMakeState* state) {
-    if (state == nullptr || !TakeHeadLock(state)) return 0;
-    const bool written = RewriteHead(state);
-    // Still under the lock: fileHold keeps out only those who rewrite the head, not the thread that writes frames.
-    SpoolFlush(state->file, true);
-    ReleaseHeadLock(state);
-    return written;
+    return state != nullptr && BringUpToDate(state);
 }
 
 uint64_t VORN_CALL VornMakeClose(VornMakeState* state, uint32_t abort) {

@@ -36,8 +36,10 @@ void ReleaseHeadLock(VornMakeState* state);
 // Writes the whole head of a movie of 0 frames. Under fileHold.
 void WriteMovieHead(VornMakeState* state);
 // Patches sizes, track tables and index of the head in place. Under headLock. True if every byte that was ever written
-// reached the file, which then reads as a movie of all frames done.
+// reached the system, where the file then reads as a movie of all frames done.
 bool RewriteHead(VornMakeState* state);
+// The same with the lock taken for it; false as well if the lock isn't to be had.
+bool BringUpToDate(VornMakeState* state);
 
 // The two words that another thread reads while a movie grows: an index word is stored before the count that covers it.
 void StoreIndexWord(VornMakeState* state, uint32_t frame, uint32_t word);

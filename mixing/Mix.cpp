@@ -192,19 +192,17 @@ void FillRecord(Mix* mix) {
 
 // One block for everything whose size depends on the movie.
 bool AllocateMix(Mix* mix) {
-    const uint64_t entries = uint64_t{mix->header.trackCount} + mix->descriptorCount;
-    const uint64_t listBytes = entries * sizeof(MixTrack);
+    const uint64_t tableBytes = uint64_t{mix->header.trackCount} * 4;
+    const uint64_t listBytes = (uint64_t{mix->header.trackCount} + mix->descriptorCount) * sizeof(MixTrack);
     const uint64_t indexBytes = (uint64_t{mix->header.indexCapacity} + 1) * 4;
-    if (listBytes < UINT32_MAX && indexBytes < UINT32_MAX) {
-        PlanBuffer(&mix->packet, mix->largestPacket);
-        PlanBuffer(&mix->tracks, static_cast<uint32_t>(listBytes));
-        PlanBuffer(&mix->inputIndex, static_cast<uint32_t>(indexBytes));
-        PlanBuffer(&mix->outputIndex, static_cast<uint32_t>(indexBytes));
-        PlanBuffer(&mix->largestPcm, static_cast<uint32_t>(entries * 4));
-        PlanBuffer(&mix->formats, static_cast<uint32_t>(entries * 4));
-        PlanBuffer(&mix->ids, static_cast<uint32_t>(entries * 4));
-        mix->block = AllocatePlan(0);
-    }
+    PlanBuffer(&mix->packet, mix->largestPacket);
+    PlanBuffer(&mix->tracks, listBytes);
+    PlanBuffer(&mix->inputIndex, indexBytes);
+    PlanBuffer(&mix->outputIndex, indexBytes);
+    PlanBuffer(&mix->largestPcm, tableBytes);
+    PlanBuffer(&mix->formats, tableBytes);
+    PlanBuffer(&mix->ids, tableBytes);
+    mix->block = AllocatePlan(0);
     if (mix->block == nullptr) {
         ReportMix(mix, "Out of memory!");
         return false;
@@ -225,18 +223,20 @@ bool ReadHead(Mix* mix) {
 }
 
 // Reserves the new head. Without its magic nobody takes the file for a movie until the mix is over.
-bool WritePlaceholders(Mix* mix) {
+void WritePlaceholders(Mix* mix) {
     VornFileHeader header = mix->header;
     header.magic = 0;
     header.largestFrame = 0;
     WriteFileHeader(mix->output, header);
     WriteZeroWords(mix->output, uint64_t{3} * mix->outputTracks + mix->header.indexCapacity + 1);
     mix->outputEnd = SpoolTell(mix->output);
-    return true;
 }
 
-void WriteWords(SpoolFile* file, const uint32_t* words, uint32_t count) {
-    for (uint32_t i = 0; i < count; i++) SpoolWriteWord(file, words[i]);
+void WriteTrackTable(Mix* mix, uint32_t AudioTrackState::*field) {
+    for (uint32_t i = 0; i < mix->listCount; i++) {
+        const MixTrack& entry = mix->tracks[i];
+        if (entry.action != MixAction::DROP) SpoolWriteWord(mix->output, entry.state.*field);
+    }
 }
 
 void WriteHead(Mix* mix) {
@@ -244,20 +244,11 @@ void WriteHead(Mix* mix) {
     header.fileSize = static_cast<uint32_t>(mix->outputEnd) - 8;
     header.largestFrame = mix->largestFrame;
     header.trackCount = mix->outputTracks;
-    uint32_t count = 0;
-    for (uint32_t i = 0; i < mix->listCount; i++) {
-        const MixTrack& entry = mix->tracks[i];
-        if (entry.action == MixAction::DROP) continue;
-        mix->largestPcm[count] = entry.state.largestPcm;
-        mix->formats[count] = entry.state.format;
-        mix->ids[count] = entry.state.id;
-        count++;
-    }
     WriteFileHeader(mix->output, header);
-    WriteWords(mix->output, mix->largestPcm, count);
-    WriteWords(mix->output, mix->formats, count);
-    WriteWords(mix->output, mix->ids, count);
-    WriteWords(mix->output, mix->outputIndex, mix->header.indexCapacity + 1);
+    WriteTrackTable(mix, &AudioTrackState::largestPcm);
+    WriteTrackTable(mix, &AudioTrackState::format);
+    WriteTrackTable(mix, &AudioTrackState::id);
+    for (uint64_t i = 0; i <= header.indexCapacity; i++) SpoolWriteWord(mix->output, mix->outputIndex[i]);
 }
 
 // Whether all of the output is on disk, its head included. Nothing short of that may replace an older movie.
@@ -302,8 +293,9 @@ bool RunMix(Mix* mix, uint32_t rateNumerator, uint32_t rateDenominator) {
     }
     if (!CheckHead(mix) || !CreateOutput(mix)) return false;
     FillRecord(mix);
-    return AllocateMix(mix) && ReadHead(mix) && BuildTrackList(mix) && WritePlaceholders(mix) && WalkFrames(mix) &&
-           FinishOutput(mix);
+    if (!AllocateMix(mix) || !ReadHead(mix) || !BuildTrackList(mix)) return false;
+    WritePlaceholders(mix);
+    return WalkFrames(mix) && FinishOutput(mix);
 }
 
 } // namespace

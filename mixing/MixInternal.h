@@ -1,7 +1,7 @@
 // MixInternal.h - what the files of this folder share about one call of VornMix.
 // A mix's road: CheckArguments, OpenInput, CheckHead, CreateOutput, AllocateMix, ReadHead, BuildTrackList,
-// WritePlaceholders, WalkFrames, FinishOutput. Each answers false after it has reported why the mix can't go on;
-// what was opened until then is released by DiscardMix in one place.
+// WritePlaceholders, WalkFrames, FinishOutput. Each but WritePlaceholders answers false after it has reported why the mix
+// can't go on; what was opened until then is released by DiscardMix in one place.
 // The input may be anything that a stranger made: every count and length of it is checked before it is followed.
 #pragma once
 
@@ -30,7 +30,7 @@ struct MixTrack {
 
 // One mix. Cleared at the start; lives on the stack of VornMix.
 struct Mix {
-    VornMixRecord record; // given to the callbacks; all 0 until AllocateMix
+    VornMixRecord record; // given to the callbacks; all 0 until CreateOutput is done
     const char* inputName;
     const char* outputName;
     char tempName[128];   // outputName with ".tmp" behind it
@@ -43,7 +43,7 @@ struct Mix {
     SpoolFile* input;       // owned, null when closed
     SpoolFile* output;      // owned, null when closed
     bool outputMade;        // a file stands under tempName
-    VornFileHeader header;  // of the input, with the rate in force from CreateOutput on
+    VornFileHeader header;  // of the input, with the rate in force once it is read
     uint64_t movieBytes;    // bytes of the input from movieOffset on
     uint32_t largestPacket; // bytes of the input's largest frame packet, by its index
 
@@ -52,7 +52,7 @@ struct Mix {
     MixTrack* tracks;      // header.trackCount + descriptorCount entries, the first listCount are set
     uint32_t* inputIndex;  // header.indexCapacity + 1 words
     uint32_t* outputIndex; // likewise
-    uint32_t* largestPcm;  // a word per entry of the list: first the input's tables, at last the output's
+    uint32_t* largestPcm;  // the input's tables, header.trackCount words each
     uint32_t* formats;
     uint32_t* ids;
     uint32_t listCount;

@@ -1,3 +1,4 @@
+// Container.cpp - how does the head of a movie become bytes, and bytes a head?
 #include "files/Container.h"
 
 namespace vorn {

@@ -1,3 +1,4 @@
+// SpoolFile.cpp - when do bytes move between the buffer and the system, and what is noted if fewer move than should?
 #include "files/SpoolFile.h"
 
 #include <algorithm>

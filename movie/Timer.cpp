@@ -1,3 +1,4 @@
+// Timer.cpp - what time is it, when the fine counter may jump?
 #include "movie/Timer.h"
 
 #include "platform/Platform.h"

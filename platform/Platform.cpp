@@ -1,3 +1,4 @@
+// Platform.cpp - which table is in force?
 #include "platform/Platform.h"
 
 namespace vorn {

@@ -1,3 +1,4 @@
+// Workers.cpp - how many threads may compress?
 #include "platform/Workers.h"
 
 #include <algorithm>

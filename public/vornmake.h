@@ -59,7 +59,9 @@ typedef uint32_t(VORN_CALL *AudioReadCallback)(void *record, uintptr_t user, voi
 /**
  * Receives progress and messages.
  * @param code    VORN_PROGRESS or VORN_MESSAGE
- * @param record  the VornMakeState, in VornMix the VornMixRecord; null in messages that come before there is a record
+ * @param record  the VornMakeState, in VornMix the VornMixRecord; null in messages that come before there is a record. That
+ *                the temporary file of a movie can't be made comes with a record that lives during the call only: names,
+ *                sizes and rate are set, every buffer is null
  * @param text    zero-terminated, valid during the call
  * @return for VORN_PROGRESS: not 0 to stop after the frame in hand
  */
@@ -76,7 +78,7 @@ typedef struct TrackDescriptor {
     uint32_t channels;   /**< 1 or 2 */
     uint32_t quality;    /**< below 100: one DCT a channel; from 100: one DFT over both. Modulo 100: 0 finest to 99 */
     uintptr_t user;      /**< given back to `read` */
-    AudioReadCallback read; /**< where its sound comes from */
+    AudioReadCallback read; /**< where its sound comes from; null in VornMix only, which then drops the track */
 } TrackDescriptor;
 
 /** Bounds and four-frame history of one estimate; the estimate is sum of numerators * 256 / sum of denominators. */
@@ -207,7 +209,7 @@ typedef struct VornMixRecord {
  * @param keyInterval    frames after which a key frame is forced, or 0 for none but the caller's
  * @param packedOptions  decimal digits: header mode (0 to 99) + 100 for grey + 1000 for alpha
  * @param rateNumerator  frames per second is numerator / denominator; from 1
- * @param rateDenominator  see above
+ * @param rateDenominator  see above. 0 is taken: frames then last no time, and there is no sound
  * @param trackCount     number of audio tracks
  * @param tracks         `trackCount` descriptors, copied; not read if there are none
  * @param lookAhead      frames to look ahead when bytes are shared out; held to 2..64
@@ -244,6 +246,9 @@ VORN_API uint32_t VORN_CALL VornMakeFlush(VornMakeState *state);
 
 /**
  * Ends the movie: compresses what is queued, finishes the file and gives it its final name. The state is gone afterwards.
+ * A VORN_MESSAGE tells when the movie couldn't be written whole or couldn't have its final name, and stays under tempName.
+ * A movie that failed is discarded without one, even if it failed during this call; then the final file isn't there, or still
+ * the older one.
  * @param state  the movie; null is ignored
  * @param abort  not 0 discards the movie and leaves an existing final file alone
  * @return size of the file in bytes, also when the movie was discarded; 0 for a null state, and in a callback of this movie,
@@ -260,8 +265,8 @@ VORN_API uint32_t VORN_CALL VornMakeSetMaxCPUs(uint32_t limit);
 
 /**
  * Writes a finished movie anew with other sound; the picture stays byte for byte. Input and output may be one file.
- * @param inputName      file that holds the movie, at most 127 bytes
- * @param outputName     file to make or replace, at most 123 bytes
+ * @param inputName      name of the file that holds the movie, 1 to 127 bytes
+ * @param outputName     name of the file to make or replace, 1 to 123 bytes
  * @param movieOffset    byte at which the movie starts in the input
  * @param rateNumerator  new frame rate, if this and the next are both not 0
  * @param rateDenominator  see above
@@ -270,7 +275,9 @@ VORN_API uint32_t VORN_CALL VornMakeSetMaxCPUs(uint32_t limit);
  * @param tracks         replace (same `id`), drop (same `id`, null `read`) or add a track; used ones get `sampleRate` 0, and
  *                       one with a `read` that has 0 already counts as used
  * @param callback       progress (text "", one call a frame) and messages, or null
- * @return size of the new movie in bytes; 0 after a VORN_MESSAGE that says why
+ * @return size of the new movie in bytes; 0 after a VORN_MESSAGE that says why there is none, and if `trackCount` is 0. The
+ *         size also comes back if the movie had to stay under outputName with ".tmp" behind it, because the older file can't
+ *         go (with a VORN_MESSAGE) or the new one can't be renamed. A cancelled mix returns the size so far and leaves no file
  */
 VORN_API uint32_t VORN_CALL VornMix(const char *inputName, const char *outputName, uint32_t movieOffset,
                                     uint32_t rateNumerator, uint32_t rateDenominator, int32_t audioShift,
@@ -302,7 +309,10 @@ VORN_API void *VORN_CALL mokmalloc(uint32_t size);
  */
 VORN_API void VORN_CALL mokfree(void *block);
 
-/** @return milliseconds since the first call, on a clock that never goes back; wraps at 32 bits */
+/**
+ * @return milliseconds since the first call, on a clock that never goes back; where the system has no high-resolution
+ *         counter, its coarse clock as it stands. Wraps at 32 bits
+ */
 VORN_API uint32_t VORN_CALL MOKTimerRead(void);
 
 #ifdef __cplusplus

@@ -11,7 +11,6 @@ namespace vorn {
 namespace {
 
 constexpr uint64_t UNKNOWN_SIZE = UINT64_MAX;
-constexpr uint64_t NO_POSITION = UINT64_MAX; // of a failed seek
 
 // Makes an object with a file behind it, or nothing. The buffer waits for the first transfer.
 SpoolFile* OpenSpool(uint32_t bufferBytes, const char* name, bool writing, bool shared) {

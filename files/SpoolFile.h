@@ -25,6 +25,8 @@ struct SpoolFile {
 
 namespace vorn {
 
+constexpr uint64_t NO_POSITION = UINT64_MAX; // where a failed seek leaves a file
+
 // Bits of SpoolFile::incomplete.
 constexpr uint32_t WRITE_CUT = 1;   // any write at all came up short
 constexpr uint32_t SEEK_FAILED = 2; // since then what was written may lie anywhere

@@ -16,7 +16,6 @@ namespace vorn {
 namespace {
 
 constexpr uint64_t LAST_POSITION = 0xfffffffc; // highest offset that a word of the index can name
-constexpr uint64_t NO_POSITION = ~uint64_t{0}; // what a failed seek leaves
 
 enum class FrameOutcome {
     WRITTEN,    // in the file and counted

@@ -6,6 +6,7 @@
 #include "allocation/CostModels.h"
 #include "audio/AudioTrack.h"
 #include "blocks/BlockRecord.h"
+#include "movie/Movie.h"
 
 namespace vorn {
 
@@ -20,13 +21,6 @@ uint32_t PlaneInformation(const uint8_t* plane, const uint8_t* before, uint64_t 
         CountChanged(&table, plane, before, samples);
     }
     return EstimateEntropyBits(table);
-}
-
-uint64_t LumaSamples(const VornMakeState* state) {
-    return uint64_t{state->lumaWidth} * state->lumaHeight;
-}
-uint64_t ChromaSamples(const VornMakeState* state) {
-    return uint64_t{state->chromaWidth} * state->chromaHeight;
 }
 
 // 8x8 and 16x16 blocks of a plane.

@@ -77,10 +77,6 @@ void PadRows(uint8_t* plane, uint32_t height, uint32_t paddedHeight, size_t padd
     for (uint32_t y = height; y < paddedHeight; y++) std::memcpy(plane + y * paddedWidth, last, paddedWidth);
 }
 
-constexpr uint32_t RoundToBlocks(uint32_t samples) {
-    return (samples + 7) & ~7u;
-}
-
 } // namespace
 
 void ConvertFrame(uint8_t* yPlane, uint8_t* crPlane, uint8_t* cbPlane, uint8_t* alphaPlane, const uint8_t* pixels,

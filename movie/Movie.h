@@ -26,6 +26,18 @@ inline MovieBlock* BlockOf(VornMakeState* state) {
     return reinterpret_cast<MovieBlock*>(state);
 }
 
+// The next multiple of 8; 0 for the last seven numbers.
+constexpr uint32_t RoundToBlocks(uint32_t samples) {
+    return (samples + 7) & ~7u;
+}
+// Samples, and bytes, of a padded plane: Y and alpha, Cr and Cb.
+inline uint64_t LumaSamples(const VornMakeState* state) {
+    return uint64_t{state->lumaWidth} * state->lumaHeight;
+}
+inline uint64_t ChromaSamples(const VornMakeState* state) {
+    return uint64_t{state->chromaWidth} * state->chromaHeight;
+}
+
 // fileHold and headLock keep the thread that writes frames apart from the threads that rewrite the head.
 // A holder of fileHold waits as long as a head is being rewritten; a rewriter gives up after 250 ms.
 void TakeFileHold(VornMakeState* state);

@@ -25,31 +25,19 @@ const char NO_TEMPORARY_FILE[] = "Couldn't create temporary file.\n\nSome possib
                                  "  2) compressing to a drive that is full (out of disk space), or\n"
                                  "  3) compressing multiple files to the same Vorn output filename.";
 
-// The next multiple of 8; 0 for the last seven numbers.
-uint32_t RoundUpTo8(uint32_t samples) {
-    return (samples + 7) / 8 * 8;
-}
-
 void SetGeometry(VornMakeState* record) {
-    record->lumaWidth = RoundUpTo8(record->width);
-    record->lumaHeight = RoundUpTo8(record->height);
-    record->chromaWidth = RoundUpTo8((record->width + 1) / 2);
-    record->chromaHeight = RoundUpTo8((record->height + 1) / 2);
-}
-
-uint64_t LumaBytes(const VornMakeState* state) {
-    return uint64_t(state->lumaWidth) * state->lumaHeight;
-}
-uint64_t ChromaBytes(const VornMakeState* state) {
-    return uint64_t(state->chromaWidth) * state->chromaHeight;
+    record->lumaWidth = RoundToBlocks(record->width);
+    record->lumaHeight = RoundToBlocks(record->height);
+    record->chromaWidth = RoundToBlocks((record->width + 1) / 2);
+    record->chromaHeight = RoundToBlocks((record->height + 1) / 2);
 }
 
 // Plans four planes, one of each kind.
 void PlanPlanes(const VornMakeState* record, uint8_t** y, uint8_t** cr, uint8_t** cb, uint8_t** alpha) {
-    PlanBuffer(y, LumaBytes(record));
-    PlanBuffer(cr, ChromaBytes(record));
-    PlanBuffer(cb, ChromaBytes(record));
-    PlanBuffer(alpha, LumaBytes(record));
+    PlanBuffer(y, LumaSamples(record));
+    PlanBuffer(cr, ChromaSamples(record));
+    PlanBuffer(cb, ChromaSamples(record));
+    PlanBuffer(alpha, LumaSamples(record));
 }
 
 // Plans every buffer of the movie, in the order in which they lie in its block. Geometry and counts are set.
@@ -197,10 +185,10 @@ void SetRate(VornMakeState* record, uint32_t numerator, uint32_t denominator) {
 }
 
 void ClearPlanes(const VornMakeState* state, uint8_t* y, uint8_t* cr, uint8_t* cb, uint8_t* alpha) {
-    std::fill_n(y, LumaBytes(state), uint8_t{0});
-    std::fill_n(cr, ChromaBytes(state), uint8_t{0});
-    std::fill_n(cb, ChromaBytes(state), uint8_t{0});
-    std::fill_n(alpha, LumaBytes(state), uint8_t{0});
+    std::fill_n(y, LumaSamples(state), uint8_t{0});
+    std::fill_n(cr, ChromaSamples(state), uint8_t{0});
+    std::fill_n(cb, ChromaSamples(state), uint8_t{0});
+    std::fill_n(alpha, LumaSamples(state), uint8_t{0});
 }
 
 // Makes the movie's block and moves the record into it, everything in its first state. Null if there is no memory.

@@ -145,11 +145,7 @@ bool CheckTracks(const VornMakeState* record, const TrackDescriptor* tracks) {
         return false;
     }
     for (uint32_t i = 0; i < record->trackCount; i++) {
-        TrackProblem problem = CheckTrack(tracks[i], i, true);
-        if (problem.text[0] == 0) {
-            problem =
-                CheckTrackLength(tracks[i], i, record->frameCapacity, record->rateNumerator, record->rateDenominator);
-        }
+        const TrackProblem problem = CheckTrack(tracks[i], i, true);
         if (problem.text[0] == 0) continue;
         ReportMessage(record->progressCallback, nullptr, problem.text);
         return false;
@@ -248,7 +244,6 @@ VornMakeState* VORN_CALL VornMake(const char* fileName, uint32_t sourcePitch, ui
     record.width = width;
     record.height = height;
     record.rateNumerator = rateNumerator;
-    record.rateDenominator = rateDenominator;
     record.sourcePitch = sourcePitch;
     record.lookAhead = static_cast<uint32_t>(std::clamp(lookAhead, LEAST_LOOK_AHEAD, MOST_LOOK_AHEAD));
     record.trackCount = trackCount;

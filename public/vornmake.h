@@ -69,7 +69,8 @@ typedef uint32_t(VORN_CALL *ProgressCallback)(uint32_t code, void *record, const
 
 /**
  * One audio track, as the caller describes it. Read during VornMake; VornMix marks used ones with `sampleRate` 0.
- * The frames of the movie must not last longer than 4294967292 bytes of its PCM: 6 hours and 45 minutes of 44100 Hz stereo.
+ * A track has at most 4294967292 bytes of PCM, 6 hours and 45 minutes of 44100 Hz stereo: then VornMake falls silent on it, and
+ * VornMix refuses it.
  */
 typedef struct TrackDescriptor {
     uint32_t id;         /**< the track's number in the file, of the caller's choosing */
@@ -204,8 +205,7 @@ typedef struct VornMixRecord {
  * @param sourcePitch    bytes from one row of the caller's pixels to the next
  * @param width          pixels, 1 to 4032
  * @param height         pixels, from 1; the movie's memory must stay below 4 GiB
- * @param frames         most frames that the movie can hold; also fixes the length of its sound, which must stay below 4 GiB of
- *                       PCM a track
+ * @param frames         most frames that the movie can hold; also fixes the length of its sound
  * @param keyInterval    frames after which a key frame is forced, or 0 for none but the caller's
  * @param packedOptions  decimal digits: header mode (0 to 99) + 100 for grey + 1000 for alpha
  * @param rateNumerator  frames per second is numerator / denominator; from 1

@@ -1,5 +1,5 @@
-// DctTrials.h - the trials of all quantisers on one block, for files that are built for one instruction set. Form is that file's way
-// to hold a block:
+// DctTrials.h - the trials of all quantisers on one block, for files that are built for one instruction set. Form is that
+// file's way to hold a block:
 //   Coefficients  what Transform makes of samples or residuals
 //   Quantised     what QuantiseRows makes of these with one quantiser after another, from the finest
 //   Samples       64 samples in the order in which ShowSome leaves what a decoder shows, modulo 256

@@ -139,8 +139,7 @@ static inline uint32_t StringBits(__m128i groups, uint32_t values) {
     return 4 + values + 6 * planes + 3 * threes + 4 * quadruples + (uint32_t)__builtin_popcount(open);
 }
 
-// Quantised rows, and what their string takes. A coefficient that a quantiser makes 0 stays 0 with all coarser ones, since
-// factors fall. So once the last four rows are 0, they are left alone.
+// Quantised rows, and what their string takes.
 struct Quantised {
     Eight rows;
     uint32_t acBits;

@@ -59,21 +59,22 @@ struct Source {
     }
 };
 
-// Largest error of the restored samples, as a root of the sum of squares, that steps and thresholds explain. Negative if a
-// coefficient is at its limit, and nothing can be said.
-double Allowed(const AudioEncoder* encoder, const reader::CodedSpectrum& spectrum) {
-    double sum = 0;
+// Largest error of the restored samples, as a root of the sum of squares, that steps and thresholds explain. What is dropped
+// can't have been more than all there was. Negative if a coefficient is at its limit, and nothing can be said.
+double Allowed(const AudioEncoder* encoder, const reader::CodedSpectrum& spectrum, double energy) {
+    double rounded = 0, dropped = 0;
     for (uint32_t band = 0; band < encoder->shape.bandCount; band++) {
         const double half = std::pow(10.0, 0.0664 * spectrum.steps[band]) / 2;
         for (uint32_t i = 2 * encoder->shape.bandEdges[band]; i < 2 * encoder->shape.bandEdges[band + 1]; i++) {
-            if (i >= 2) {
-                if (std::abs(spectrum.coefficients[i]) == 32767) return -1;
-                const double dropped = spectrum.coefficients[i] == 0 ? encoder->threshold[i] : 0;
-                sum += std::max(half * half, dropped);
-            }
+            if (i < 2) continue;
+            if (std::abs(spectrum.coefficients[i]) == 32767) return -1;
+            if (spectrum.coefficients[i] == 0)
+                dropped += std::max<double>(half * half, encoder->threshold[i]);
+            else
+                rounded += half * half;
         }
     }
-    return std::sqrt(2 * sum);
+    return std::sqrt(2 * rounded + std::min(2 * dropped, energy));
 }
 
 void CompareTransform(const AudioEncoder* encoder, const reader::CodedAudioBlock& block, uint32_t transform,
@@ -86,7 +87,7 @@ void CompareTransform(const AudioEncoder* encoder, const reader::CodedAudioBlock
         error += (restored[at] - held) * (restored[at] - held);
         energy += held * held;
     }
-    const double allowed = Allowed(encoder, block.spectra[transform]);
+    const double allowed = Allowed(encoder, block.spectra[transform], energy);
     if (allowed < 0) return;
     const double rounding =
         1e-5 * std::sqrt(energy) + 0.01 * std::sqrt(double(n)); // the coder works in single precision

@@ -51,7 +51,7 @@ Heard ReadAll(const std::vector<uint8_t>& bytes, size_t part, double skip = 0) {
 }
 
 void Put(std::vector<uint8_t>* bytes, const char* text) {
-    bytes->insert(bytes->end(), text, text + 4);
+    for (int i = 0; i < 4; i++) bytes->push_back(static_cast<uint8_t>(text[i]));
 }
 void PutNumber(std::vector<uint8_t>* bytes, uint64_t number, int count) {
     for (int i = 0; i < count; i++) bytes->push_back(static_cast<uint8_t>(number >> 8 * i));

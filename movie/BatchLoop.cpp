@@ -38,10 +38,10 @@ void AnnounceFrame(VornMakeState* state) {
 
 // The share comes from the queue, the floors from the estimates, which take in the last frame in between.
 uint32_t DecideBudget(VornMakeState* state, const QueueAccount& account, uint32_t slot) {
-    const int64_t pool = static_cast<int32_t>(account.pool);
-    const int64_t sound = static_cast<int64_t>(EstimateAudio(state, state->queueCount - slot));
+    const uint32_t sound = EstimateAudio(state, state->queueCount - slot);
+    const int32_t available = static_cast<int32_t>(account.pool - sound);
     const uint32_t weight = BlockOf(state)->weights.bytes[slot];
-    const uint32_t share = FrameShare(pool - sound, weight, account.weightSum, state->queueCount);
+    const uint32_t share = FrameShare(available, weight, account.weightSum, state->queueCount);
     RefreshCostModel(&state->costY);
     RefreshCostModel(&state->costCr);
     RefreshCostModel(&state->costCb);

@@ -71,19 +71,19 @@ void ChargeFrame(QueueAccount* account, VornMakeState* state, uint32_t slot, uin
     state->rateCarry = static_cast<int32_t>(carry);
 }
 
-uint64_t EstimateAudio(const VornMakeState* state, uint32_t frames) {
-    uint64_t sum = 0;
+uint32_t EstimateAudio(const VornMakeState* state, uint32_t frames) {
+    uint32_t sum = 0;
     for (uint32_t i = 0; i < state->trackCount; i++) {
         const AudioTrackState& track = state->tracks[i];
         if (track.pcmTally == 0) continue; // it has come round after 4 GiB, an odd number of bytes among them
         const uint64_t played = uint64_t{frames} * track.bytesPerSecond * state->rateDenominator / state->rateNumerator;
         const uint64_t pcm = std::min<uint64_t>(played, track.pcmLeft);
-        sum += std::min<uint64_t>(pcm * track.codedTally / track.pcmTally, UINT32_MAX);
+        sum += static_cast<uint32_t>(pcm * track.codedTally / track.pcmTally);
     }
     return sum;
 }
 
-uint32_t FrameShare(int64_t available, uint32_t weight, uint64_t weightSum, uint32_t queueCount) {
+uint32_t FrameShare(int32_t available, uint32_t weight, uint64_t weightSum, uint32_t queueCount) {
     if (available < 0) return 0;
     const uint32_t bytes = static_cast<uint32_t>(available);
     if (weightSum == 0) return bytes / queueCount;

@@ -35,11 +35,10 @@ void ChargeFrame(QueueAccount* account, VornMakeState* state, uint32_t slot, uin
 // Estimated information in a queued frame, bytes: all of it times 3/2 in a key frame, else only what changed by more than
 // 2 against the frame before it.
 uint32_t FrameWeight(const VornMakeState* state, uint32_t slot);
-// Bytes that the sound of this many frames is expected to take; a track counts for 4 GiB at most.
-uint64_t EstimateAudio(const VornMakeState* state, uint32_t frames);
-// A frame's part of the bytes left for pictures, below 2^31 or negative; with no weight in the whole queue an even part of
-// `queueCount`.
-uint32_t FrameShare(int64_t available, uint32_t weight, uint64_t weightSum, uint32_t queueCount);
+// Bytes that the sound of this many frames is expected to take.
+uint32_t EstimateAudio(const VornMakeState* state, uint32_t frames);
+// A frame's part of the bytes left for pictures; with no weight in the whole queue an even part of `queueCount`.
+uint32_t FrameShare(int32_t available, uint32_t weight, uint64_t weightSum, uint32_t queueCount);
 // Raises a budget to a tenth of the frame's target and to twice what the block types take; then the frame's cap holds.
 uint32_t HoldBudget(const VornMakeState* state, uint32_t slot, uint32_t budget);
 // No surplus or debt survives that exceeds what the queue was to spend.

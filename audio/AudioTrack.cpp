@@ -118,7 +118,7 @@ bool InitAudioTrack(AudioTrackState* track, const TrackDescriptor& descriptor, u
     track->pcmDone = 0;
     track->quality = descriptor.quality % VARIANT_STEP;
     const uint64_t length = BytesOfFrames(track->bytesPerSecond, frameCount, rateNumerator, rateDenominator);
-    track->pcmLeft = length > LONGEST_TRACK ? LONGEST_TRACK : uint32_t((length + 3) / 4 * 4);
+    track->pcmLeft = uint32_t((length + 3) / 4 * 4);
     track->pcmTally = FIRST_PCM_TALLY;
     track->codedTally = FIRST_CODED_TALLY;
     track->encoder = OpenAudioEncoder(descriptor.sampleRate, descriptor.channels, perChannelDct);

@@ -47,8 +47,8 @@ TrackProblem CheckTrack(const TrackDescriptor& descriptor, uint32_t number, bool
 TrackProblem CheckTrackLength(const TrackDescriptor& descriptor, uint32_t number, uint32_t frameCount,
                               uint32_t rateNumerator, uint32_t rateDenominator);
 
-// Fills a cleared track and opens its encoder. False if there is no memory for it. The descriptor has passed CheckTrack. Sound
-// that would be longer than a track can be ends where that does.
+// Fills a cleared track and opens its encoder. False if there is no memory for it. The descriptor has passed CheckTrack. A
+// length that passes a word comes round.
 bool InitAudioTrack(AudioTrackState* track, const TrackDescriptor& descriptor, uint32_t frameCount,
                     uint32_t rateNumerator, uint32_t rateDenominator);
 

@@ -69,8 +69,8 @@ typedef uint32_t(VORN_CALL *ProgressCallback)(uint32_t code, void *record, const
 
 /**
  * One audio track, as the caller describes it. Read during VornMake; VornMix marks used ones with `sampleRate` 0.
- * A track has at most 4294967292 bytes of PCM, 6 hours and 45 minutes of 44100 Hz stereo: then VornMake falls silent on it, and
- * VornMix refuses it.
+ * A track has at most 4294967292 bytes of PCM, 6 hours and 45 minutes of 44100 Hz stereo. VornMix refuses more. In VornMake the
+ * length comes round at 2^32 bytes, and the sound ends there: keep `frames` to what will be made.
  */
 typedef struct TrackDescriptor {
     uint32_t id;         /**< the track's number in the file, of the caller's choosing */

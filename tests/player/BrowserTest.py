@@ -26,7 +26,7 @@ PLAYER_PAGE = ""
 SKIPPED = 77
 PLAYER = "const player = document.getElementById('player').player;"
 PLAYER_FOLDER = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../player")
-STEP_TOLERANCE = 0.25  # seconds between sound and picture; a busy machine shows frames late
+STEP_TOLERANCE = 0.06  # seconds between sound and picture
 
 # Drops a file, given in base 64, on the page.
 DROP = """
@@ -165,10 +165,11 @@ class Pages(unittest.TestCase):
         self.assertTrue(all(sample["sound"] for sample in moving), samples)
         frames = [sample["frame"] for sample in samples]
         self.assertEqual(frames, sorted(frames))
-        # The frame in view began at most a frame and the tolerance ago, and is ahead by a step of the device's clock at most.
-        for sample in moving:
-            self.assertLess(sample["clock"] - sample["picture"], 0.04 + STEP_TOLERANCE, sample)
-            self.assertGreater(sample["clock"] - sample["picture"], -0.1, sample)
+        # No frame is ahead of the sound by more than a step of the device's clock. Busy machines show frames late, but one that is
+        # in step shows some in time: in view since at most a frame and the tolerance.
+        lags = [sample["clock"] - sample["picture"] for sample in moving]
+        self.assertGreater(min(lags), -0.1, samples)
+        self.assertLess(min(lags), 0.04 + STEP_TOLERANCE, samples)
         self.wait_for_frame(59)
         self.assertEqual(self.browser.complaints(), [])
 

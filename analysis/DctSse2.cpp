@@ -1,7 +1,8 @@
 // DctSse2.cpp - the trials of all quantisers, four coefficients at a time, and eight where 16 bits hold them.
 //
 // The passes are those of DctVector.h, on the left and the right half of a block. Coefficients are below 2^23, so that four times
-// their sizes fit 32 bits; what quantisers leave of them is below 2100. It is kept in 16 bits, the signs apart.
+// their sizes fit 32 bits; what quantisers leave of them is far below 2^15. It is kept in 16 bits, the signs
+// apart.
 #include <emmintrin.h>
 
 #include "analysis/DctTrials.h"

@@ -15,7 +15,7 @@
 namespace vorn {
 namespace {
 
-// The same where the last four columns are 0: of the result only the first four vectors are written.
+// Turn where the last four columns are 0: of the result only the first four vectors are written.
 static inline void TurnFirstColumns(Eight* x) {
     __m256i a[4], b[4];
     for (int i = 0; i < 4; i++) a[i] = _mm256_permute2x128_si256(x->v[i], x->v[i + 4], 0x20);
@@ -73,7 +73,8 @@ static inline void TakeOdd(Coefficients* c) {
     for (int i = 0; i < 8; i++) c->odd.v[i] = _mm256_srli_epi64(c->rows.v[i], 32);
 }
 
-// Eight coefficients: (Q * f + 0x1fffffff) >> 30 in 64 bits. The plain form keeps 16 bits; all results are below 2100.
+// Eight coefficients: (Q * f + 0x1fffffff) >> 30 in 64 bits. The plain form keeps 16 bits; all results are far below
+// 2^15, also where the transform has wrapped.
 // Factors are followed by others, so a row of them can be read from its second one on.
 static inline __m256i QuantiseRow(const Coefficients* c, int row, const uint32_t* factors) {
     const __m256i evenFactors = _mm256_loadu_si256((const __m256i*)(factors + 8 * row));
@@ -148,7 +149,7 @@ struct Quantised {
     bool halfColumns; // the last four columns are
 };
 
-// How many bytes of 16 words in two vectors are 0, and other 32 bytes whose words are.
+// How many of the 32 words in two vectors are 0: packing keeps what isn't from becoming 0.
 static inline uint32_t CountZeros(__m256i a, __m256i b) {
     const __m256i equal = _mm256_cmpeq_epi8(_mm256_packs_epi16(a, b), _mm256_setzero_si256());
     return (uint32_t)__builtin_popcount((uint32_t)_mm256_movemask_epi8(equal));

@@ -15,8 +15,7 @@ namespace vorn {
 
 namespace {
 
-constexpr uint32_t BIT = 256;     // cost of a bit
-constexpr uint32_t HEAD_BITS = 3; // of the stream: the number of planes less one
+constexpr uint32_t BIT = 256; // cost of a bit
 constexpr int FLAGS_AT_ONCE = 8;
 
 // Of eight flags in a row: the bits up to each set one, the first one first, and how many are set.
@@ -176,7 +175,7 @@ inline void PassTree(LadderWalk* walk) {
 
 // Goes through the planes until there are as many events as a payload can name.
 void WalkPlanes(LadderWalk* walk, const uint8_t* magnitudes, uint32_t planes) {
-    walk->marks = {HEAD_BITS, 0, 0, WAITING_ROOM};
+    walk->marks = {RESIDUE_PLANES_BITS, 0, 0, WAITING_ROOM};
     walk->reached = 0;
     std::memset(walk->shown, 0, sizeof walk->shown);
     walk->shownBefore = 0;

@@ -3,8 +3,8 @@
 //
 // Idea: from one threshold to the next, few runs change. What can be known of all runs that there can be, by start and
 // length, is worked out at once, many starts at a time. At each threshold the lengths of the runs at all starts are, too; then
-// it is cut anew only from the runs that the threshold lets grow, up to where the old cuts are met again. The next threshold is the least that lets a run grow: the same thresholds as a walk
-// over all runs finds. Cost and error follow from the whole simplified sequence in registers.
+// it is cut anew only from the runs that the threshold lets grow, up to where the old cuts are met again. The next threshold is the
+// least that lets a run grow: the same thresholds as a walk over all runs finds. Cost and error follow from the whole simplified sequence in registers.
 // Price: some 400 vector operations a block, 30 to 90 a threshold, and then one cut after another, on film about four a
 // threshold; what they take is the wait from each cut to the next.
 #pragma once

@@ -29,7 +29,7 @@ struct Bundle {
     Chunk* currentChunk;    // the one being filled; later the next one to write
     Chunk* firstChunk;
     uint32_t chunkCapacity; // bytes of packed elements in a chunk
-    uint32_t remaining;     // while writing: elements of the last written chunk that no block has consumed
+    uint32_t remaining;     // while writing: elements of the last written chunk that no block has consumed; 1 for good behind the last chunk
     Arena* arena;
     uint32_t elementBits;
     uint32_t flushThreshold;

@@ -83,7 +83,8 @@ uint64_t PlaneStreamBound(uint32_t width, uint32_t height) {
 // for every row, and the 512 elements' worths by the elements themselves. Per block the latter are, string included:
 //   inter     4 + 2 * 5 + 11 bits of elements, a string of 908 bits with its header: below 4 + 136 bytes
 //   residue   4 + 2 * 5 bits, 605 bits with header: less. Raw: 4 bits, 64 bytes. Run: 4 bits, fewer than 48 lengths and 64
-//             colours, a string of 52 bits. Their chunk headers and roundings (below 32 bytes for 512 elements) add 4 at most.
+//             colours, a string of 52 bits. Their chunk headers and roundings (below 32 bytes for 512 elements) add 8 at most:
+//             below 128 bytes.
 uint64_t PlaneArenaBound(uint32_t width, uint32_t height) {
     constexpr uint32_t BLOCK_BYTES = 140;
     const uint32_t columns = width / BLOCK_SIDE;

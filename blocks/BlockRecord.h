@@ -37,7 +37,7 @@ struct BlockRecord {
     uint32_t chosenPayload;   // the candidate chosen, written by the allocator and by merging
     uint32_t chosenBits;
     uint32_t chosenError;
-    uint32_t chosenMode;
+    uint32_t chosenMode;      // merged blocks: MODE_SCALED, the sub-block type in the upper right one
 };
 
 } // namespace vorn

@@ -15,7 +15,7 @@ void DiffBlock(uint8_t* out, const uint8_t* a, const uint8_t* b, int pitchIn, in
 // out = (a + b) modulo 256, packed blocks; out may be a or b.
 void AddBlock(uint8_t* out, const uint8_t* a, const uint8_t* b);
 uint32_t SadBlock(const uint8_t* a, const uint8_t* b);
-// SAD of a packed block against one colour.
+// SAD of `samples` samples, from 1, against one colour.
 uint32_t SadColour(const uint8_t* block, int samples, int colour);
 // SAD of any two runs of samples; exact in 32 bits for up to 2^24 of them.
 uint32_t SadSamples(const uint8_t* a, const uint8_t* b, uint32_t samples);

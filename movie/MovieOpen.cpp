@@ -114,7 +114,8 @@ bool CheckName(const char* fileName, ProgressCallback callback) {
     return false;
 }
 
-// Finds the argument that gives the movie no picture or makes it too large for 32 bits: the picture by itself, then the tracks, then the frames.
+// Finds the argument that gives the movie no picture or makes it too large for 32 bits: the picture by itself, then the
+// tracks, then the frames.
 bool CheckSizes(VornMakeState* record) {
     const uint32_t frames = record->frameCapacity;
     const uint32_t tracks = record->trackCount;
